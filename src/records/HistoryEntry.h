@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QDateTime>
+#include <QMetaType>
+#include <QString>
+#include <QUuid>
+
+#include <nlohmann/json.hpp>
+
+#include <optional>
+
+namespace murmurly {
+
+// One finished dictation as the history keeps it.
+struct HistoryEntry {
+    QUuid id;
+    double timestamp = 0; // seconds since 2001-01-01 00:00:00 UTC
+    QString rawText;
+    std::optional<QString> cleanedText; // the final text; absent when it equals rawText
+    QString providerName;               // cleanup provider's display name, or "—" when cleanup was off
+    std::optional<QString> appBundleID; // the application focused at the press
+
+    QDateTime date() const;
+
+    // Absent optionals are left out of the object; on reading they may also be null.
+    nlohmann::ordered_json toJsonObject() const;
+    static std::optional<HistoryEntry> fromJsonObject(const nlohmann::json& object);
+
+    friend bool operator==(const HistoryEntry&, const HistoryEntry&) = default;
+};
+
+} // namespace murmurly
+
+Q_DECLARE_METATYPE(murmurly::HistoryEntry)

@@ -1,0 +1,153 @@
+#include "records/HistoryStore.h"
+
+#include "core/CaseFolding.h"
+#include "core/Clock.h"
+#include "core/Defaults.h"
+#include "core/JsonFields.h"
+#include "core/ReferenceDate.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QStandardPaths>
+
+#include <algorithm>
+
+namespace murmurly {
+
+namespace {
+
+constexpr double secondsPerDay = 86400.0;
+
+bool isHorizontalSpace(QChar c) { return c == QLatin1Char('\t') || c.category() == QChar::Separator_Space; }
+
+QString trimmedHorizontally(const QString& text) {
+    qsizetype start = 0;
+    qsizetype end = text.size();
+    while (start < end && isHorizontalSpace(text.at(start))) ++start;
+    while (end > start && isHorizontalSpace(text.at(end - 1))) --end;
+    return text.mid(start, end - start);
+}
+
+} // namespace
+
+HistoryStore::HistoryStore(Defaults& defaults, Clock& clock, QString filePath, QObject* parent)
+    : QObject(parent)
+    , m_defaults(defaults)
+    , m_clock(clock)
+    , m_filePath(std::move(filePath)) {
+    m_enabled = m_defaults.boolValue(enabledKey).value_or(false);
+    m_keepLast = m_defaults.intValue(keepLastKey).value_or(defaultKeepLast);
+    m_maxAgeDays = m_defaults.intValue(maxAgeDaysKey).value_or(defaultMaxAgeDays);
+
+    QFile file(m_filePath);
+    if (file.open(QIODevice::ReadOnly)) {
+        if (auto entries = decodeEntries(file.readAll())) m_entries = std::move(*entries);
+    }
+    prune();
+}
+
+QString HistoryStore::defaultFilePath() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+           QStringLiteral("/murmurly/history.json");
+}
+
+void HistoryStore::setEnabled(bool enabled) {
+    const bool changed = enabled != m_enabled;
+    m_enabled = enabled;
+    m_defaults.setBool(enabledKey, enabled);
+    if (changed) emit enabledChanged(enabled);
+}
+
+void HistoryStore::setEntries(const QList<HistoryEntry>& entries) {
+    if (entries == m_entries) return;
+    m_entries = entries;
+    emit entriesChanged();
+}
+
+void HistoryStore::setKeepLast(qint64 count) {
+    const bool changed = count != m_keepLast;
+    m_keepLast = count;
+    m_defaults.setInt(keepLastKey, count);
+    if (prune()) emit entriesChanged();
+    save();
+    if (changed) emit keepLastChanged(count);
+}
+
+void HistoryStore::setMaxAgeDays(qint64 days) {
+    const bool changed = days != m_maxAgeDays;
+    m_maxAgeDays = days;
+    m_defaults.setInt(maxAgeDaysKey, days);
+    if (prune()) emit entriesChanged();
+    save();
+    if (changed) emit maxAgeDaysChanged(days);
+}
+
+void HistoryStore::record(const HistoryEntry& entry) {
+    if (!m_enabled) return;
+    m_entries.prepend(entry);
+    prune();
+    save();
+    emit entriesChanged();
+}
+
+bool HistoryStore::prune() {
+    const qsizetype before = m_entries.size();
+    if (m_maxAgeDays >= 1) {
+        const double cutoff =
+            ReferenceDate::seconds(m_clock.now()) - static_cast<double>(m_maxAgeDays) * secondsPerDay;
+        m_entries.removeIf([cutoff](const HistoryEntry& e) { return e.timestamp < cutoff; });
+    }
+    if (m_keepLast >= 1 && m_entries.size() > m_keepLast) m_entries.resize(static_cast<qsizetype>(m_keepLast));
+    return m_entries.size() != before;
+}
+
+QList<HistoryEntry> HistoryStore::filtered(const QString& query) const {
+    const QString needle = trimmedHorizontally(query);
+    if (needle.isEmpty()) return m_entries;
+    QList<HistoryEntry> found;
+    for (const HistoryEntry& entry : m_entries) {
+        if (CaseFolding::containsIgnoringCase(entry.rawText, needle) ||
+            (entry.cleanedText && CaseFolding::containsIgnoringCase(*entry.cleanedText, needle)))
+            found.append(entry);
+    }
+    return found;
+}
+
+void HistoryStore::save() {
+    const QByteArray bytes = encodeEntries(m_entries);
+    const QString folder = QFileInfo(m_filePath).absolutePath();
+    QDir().mkpath(folder); // a failure shows as a failed write below, which is ignored
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+
+    QSaveFile file(m_filePath);
+    if (!file.open(QIODevice::WriteOnly)) return;
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (file.write(bytes) != bytes.size()) {
+        file.cancelWriting();
+        return;
+    }
+    file.commit();
+}
+
+QByteArray HistoryStore::encodeEntries(const QList<HistoryEntry>& entries) {
+    nlohmann::ordered_json array = nlohmann::ordered_json::array();
+    for (const HistoryEntry& entry : entries) array.push_back(entry.toJsonObject());
+    return JsonFields::dump(array);
+}
+
+std::optional<QList<HistoryEntry>> HistoryStore::decodeEntries(const QByteArray& json) {
+    const auto array = JsonFields::parse(json);
+    if (!array.is_array()) return std::nullopt;
+    QList<HistoryEntry> entries;
+    entries.reserve(static_cast<qsizetype>(array.size()));
+    for (const auto& object : array) {
+        auto entry = HistoryEntry::fromJsonObject(object);
+        if (!entry) return std::nullopt;
+        entries.append(std::move(*entry));
+    }
+    return entries;
+}
+
+} // namespace murmurly
