@@ -1,22 +1,34 @@
 #include "records/HistoryEntry.h"
 
 #include "core/JsonFields.h"
+#include "core/JsonWriter.h"
 #include "core/ReferenceDate.h"
 #include "core/Uuid.h"
 
 namespace murmurly {
 
-QDateTime HistoryEntry::date() const { return ReferenceDate::dateTime(timestamp); }
+QDateTime HistoryEntry::date() const {
+    return ReferenceDate::dateTime(timestamp);
+}
 
-nlohmann::ordered_json HistoryEntry::toJsonObject() const {
-    nlohmann::ordered_json object;
-    object["id"] = JsonFields::utf8(Uuid::text(id));
-    object["timestamp"] = timestamp;
-    object["rawText"] = JsonFields::utf8(rawText);
-    if (cleanedText) object["cleanedText"] = JsonFields::utf8(*cleanedText);
-    object["providerName"] = JsonFields::utf8(providerName);
-    if (appBundleID) object["appBundleID"] = JsonFields::utf8(*appBundleID);
-    return object;
+void HistoryEntry::appendJson(QByteArray& out) const {
+    out.append("{\"id\":");
+    JsonWriter::appendString(out, Uuid::text(id));
+    out.append(",\"timestamp\":");
+    JsonWriter::appendNumber(out, timestamp);
+    out.append(",\"rawText\":");
+    JsonWriter::appendString(out, rawText);
+    if (cleanedText) {
+        out.append(",\"cleanedText\":");
+        JsonWriter::appendString(out, *cleanedText);
+    }
+    out.append(",\"providerName\":");
+    JsonWriter::appendString(out, providerName);
+    if (appBundleID) {
+        out.append(",\"appBundleID\":");
+        JsonWriter::appendString(out, *appBundleID);
+    }
+    out.append('}');
 }
 
 std::optional<HistoryEntry> HistoryEntry::fromJsonObject(const nlohmann::json& object) {
@@ -31,7 +43,8 @@ std::optional<HistoryEntry> HistoryEntry::fromJsonObject(const nlohmann::json& o
     auto cleanedText = JsonFields::optionalString(object, "cleanedText", ok);
     auto appBundleID = JsonFields::optionalString(object, "appBundleID", ok);
     if (!ok) return std::nullopt;
-    return HistoryEntry{*id, *timestamp, *rawText, std::move(cleanedText), *providerName, std::move(appBundleID)};
+    return HistoryEntry{
+        *id, *timestamp, *rawText, std::move(cleanedText), *providerName, std::move(appBundleID)};
 }
 
 } // namespace murmurly

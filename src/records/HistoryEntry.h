@@ -22,8 +22,9 @@ struct HistoryEntry {
 
     QDateTime date() const;
 
-    // Absent optionals are left out of the object; on reading they may also be null.
-    nlohmann::ordered_json toJsonObject() const;
+    // Appends the entry's JSON object, keys in declaration order; absent optionals are left out.
+    void appendJson(QByteArray& out) const;
+    // On reading the optionals may be missing or null; the other four members are required.
     static std::optional<HistoryEntry> fromJsonObject(const nlohmann::json& object);
 
     friend bool operator==(const HistoryEntry&, const HistoryEntry&) = default;

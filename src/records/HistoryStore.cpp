@@ -20,13 +20,17 @@ namespace {
 
 constexpr double secondsPerDay = 86400.0;
 
-bool isHorizontalSpace(QChar c) { return c == QLatin1Char('\t') || c.category() == QChar::Separator_Space; }
+bool isHorizontalSpace(QChar c) {
+    return c == QLatin1Char('\t') || c.category() == QChar::Separator_Space;
+}
 
 QString trimmedHorizontally(const QString& text) {
     qsizetype start = 0;
     qsizetype end = text.size();
-    while (start < end && isHorizontalSpace(text.at(start))) ++start;
-    while (end > start && isHorizontalSpace(text.at(end - 1))) --end;
+    while (start < end && isHorizontalSpace(text.at(start)))
+        ++start;
+    while (end > start && isHorizontalSpace(text.at(end - 1)))
+        --end;
     return text.mid(start, end - start);
 }
 
@@ -99,7 +103,8 @@ bool HistoryStore::prune() {
             ReferenceDate::seconds(m_clock.now()) - static_cast<double>(m_maxAgeDays) * secondsPerDay;
         m_entries.removeIf([cutoff](const HistoryEntry& e) { return e.timestamp < cutoff; });
     }
-    if (m_keepLast >= 1 && m_entries.size() > m_keepLast) m_entries.resize(static_cast<qsizetype>(m_keepLast));
+    if (m_keepLast >= 1 && m_entries.size() > m_keepLast)
+        m_entries.resize(static_cast<qsizetype>(m_keepLast));
     return m_entries.size() != before;
 }
 
@@ -116,7 +121,7 @@ QList<HistoryEntry> HistoryStore::filtered(const QString& query) const {
 }
 
 void HistoryStore::save() {
-    const QByteArray bytes = encodeEntries(m_entries);
+    const QByteArray bytes = encodeCached();
     const QString folder = QFileInfo(m_filePath).absolutePath();
     QDir().mkpath(folder); // a failure shows as a failed write below, which is ignored
     QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
@@ -132,9 +137,47 @@ void HistoryStore::save() {
 }
 
 QByteArray HistoryStore::encodeEntries(const QList<HistoryEntry>& entries) {
-    nlohmann::ordered_json array = nlohmann::ordered_json::array();
-    for (const HistoryEntry& entry : entries) array.push_back(entry.toJsonObject());
-    return JsonFields::dump(array);
+    // Written directly rather than through a JSON tree: the file is rewritten on every dictation.
+    QByteArray out;
+    out.reserve(entries.size() * 384 + 2);
+    out.append('[');
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        if (i > 0) out.append(',');
+        entries.at(i).appendJson(out);
+    }
+    out.append(']');
+    return out;
+}
+
+QByteArray HistoryStore::encodeCached() {
+    QHash<QUuid, Encoded> next;
+    next.reserve(m_entries.size());
+    QList<QByteArray> parts;
+    parts.reserve(m_entries.size());
+    qsizetype total = 2;
+    for (const HistoryEntry& entry : m_entries) {
+        // The whole entry is compared, not just its id: a hand-edited file may repeat an id.
+        const auto cached = m_encoded.constFind(entry.id);
+        QByteArray json;
+        if (cached != m_encoded.cend() && cached->entry == entry)
+            json = cached->json;
+        else
+            entry.appendJson(json);
+        total += json.size() + 1;
+        next.insert(entry.id, Encoded{entry, json});
+        parts.append(std::move(json));
+    }
+    m_encoded = std::move(next); // pruned entries leave the cache here
+
+    QByteArray out;
+    out.reserve(total);
+    out.append('[');
+    for (qsizetype i = 0; i < parts.size(); ++i) {
+        if (i > 0) out.append(',');
+        out.append(parts.at(i));
+    }
+    out.append(']');
+    return out;
 }
 
 std::optional<QList<HistoryEntry>> HistoryStore::decodeEntries(const QByteArray& json) {

@@ -3,6 +3,7 @@
 #include "records/HistoryEntry.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -60,6 +61,7 @@ public:
     // Writes the file atomically (0600, in a 0700 folder).
     void save();
 
+    // The file's content for these entries.
     static QByteArray encodeEntries(const QList<HistoryEntry>& entries);
     static std::optional<QList<HistoryEntry>> decodeEntries(const QByteArray& json);
 
@@ -73,8 +75,19 @@ private:
     // Age first, then count. True when something was removed.
     bool prune();
 
+    // The file's content for the current entries. Entries never change once recorded, so each
+    // one's JSON is kept by id, beside the entry it was made from, and a save only encodes the
+    // entries it has not seen.
+    QByteArray encodeCached();
+
+    struct Encoded {
+        HistoryEntry entry;
+        QByteArray json;
+    };
+
     Defaults& m_defaults;
     Clock& m_clock;
+    QHash<QUuid, Encoded> m_encoded;
     QString m_filePath;
     bool m_enabled = false;
     QList<HistoryEntry> m_entries;

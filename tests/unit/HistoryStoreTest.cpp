@@ -1,8 +1,8 @@
+#include "records/HistoryStore.h"
 #include "ManualClock.h"
 #include "MemoryDefaults.h"
 #include "TemporaryHome.h"
 #include "core/ReferenceDate.h"
-#include "records/HistoryStore.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,9 +21,14 @@ namespace {
 
 class HistoryStoreTest : public ::testing::Test {
 protected:
-    HistoryEntry entry(const QString& raw, std::optional<QString> cleaned = std::nullopt, double ageSeconds = 0) {
-        return HistoryEntry{QUuid::createUuid(), ReferenceDate::seconds(clock.now()) - ageSeconds, raw,
-                            std::move(cleaned), QString::fromUtf8("—"), QStringLiteral("org.kde.kate")};
+    HistoryEntry entry(const QString& raw, std::optional<QString> cleaned = std::nullopt,
+                       double ageSeconds = 0) {
+        return HistoryEntry{QUuid::createUuid(),
+                            ReferenceDate::seconds(clock.now()) - ageSeconds,
+                            raw,
+                            std::move(cleaned),
+                            QString::fromUtf8("—"),
+                            QStringLiteral("org.kde.kate")};
     }
 
     QByteArray fileBytes() const {
@@ -41,13 +46,15 @@ protected:
     QStringList fileRawTexts() const {
         QStringList texts;
         if (auto entries = HistoryStore::decodeEntries(fileBytes()))
-            for (const auto& e : *entries) texts << e.rawText;
+            for (const auto& e : *entries)
+                texts << e.rawText;
         return texts;
     }
 
     static QStringList rawTexts(const QList<HistoryEntry>& entries) {
         QStringList texts;
-        for (const auto& e : entries) texts << e.rawText;
+        for (const auto& e : entries)
+            texts << e.rawText;
         return texts;
     }
 
@@ -99,7 +106,8 @@ TEST_F(HistoryStoreTest, KeepLastThreeAndFourRecordsDropTheOldest) {
     HistoryStore store(defaults, clock, path);
     store.setEnabled(true);
     store.setKeepLast(3);
-    for (const char* text : {"first", "second", "third", "fourth"}) store.record(entry(QString::fromUtf8(text)));
+    for (const char* text : {"first", "second", "third", "fourth"})
+        store.record(entry(QString::fromUtf8(text)));
     EXPECT_EQ(rawTexts(store.entries()), (QStringList{"fourth", "third", "second"}));
     EXPECT_EQ(fileRawTexts(), (QStringList{"fourth", "third", "second"}));
 }
@@ -107,7 +115,8 @@ TEST_F(HistoryStoreTest, KeepLastThreeAndFourRecordsDropTheOldest) {
 TEST_F(HistoryStoreTest, LoweringKeepLastDropsTheSurplusAtOnceAndRaisingItDoesNotBringThemBack) {
     HistoryStore store(defaults, clock, path);
     store.setEnabled(true);
-    for (int i = 0; i < 40; ++i) store.record(entry(QString::number(i)));
+    for (int i = 0; i < 40; ++i)
+        store.record(entry(QString::number(i)));
     ASSERT_EQ(store.entries().size(), 40);
     store.setKeepLast(25);
     EXPECT_EQ(store.entries().size(), 25);
@@ -122,7 +131,8 @@ TEST_F(HistoryStoreTest, LoweringKeepLastDropsTheSurplusAtOnceAndRaisingItDoesNo
 TEST_F(HistoryStoreTest, MaxAgeOneDayRemovesAnEntry86401SecondsOldAndKeepsOne86399SecondsOld) {
     HistoryStore store(defaults, clock, path);
     store.setEnabled(true);
-    store.setEntries({entry(QStringLiteral("young"), std::nullopt, 86399), entry(QStringLiteral("old"), std::nullopt, 86401)});
+    store.setEntries({entry(QStringLiteral("young"), std::nullopt, 86399),
+                      entry(QStringLiteral("old"), std::nullopt, 86401)});
     store.setMaxAgeDays(1);
     EXPECT_EQ(rawTexts(store.entries()), QStringList{"young"});
     EXPECT_EQ(fileRawTexts(), QStringList{"young"});
@@ -151,7 +161,8 @@ TEST_F(HistoryStoreTest, KeepLastZeroAndMaxAgeZeroNeverPrune) {
     store.setKeepLast(0);
     store.setMaxAgeDays(0);
     store.setEntries({entry(QStringLiteral("ancient"), std::nullopt, 1e9)});
-    for (int i = 0; i < 150; ++i) store.record(entry(QString::number(i)));
+    for (int i = 0; i < 150; ++i)
+        store.record(entry(QString::number(i)));
     EXPECT_EQ(store.entries().size(), 151);
     EXPECT_EQ(store.entries().last().rawText, QStringLiteral("ancient"));
 }
@@ -175,13 +186,15 @@ TEST_F(HistoryStoreTest, FileIsACompactArrayWithKeysInDeclarationOrder) {
     e.id = QUuid::fromString(QStringLiteral("e621e1f8-c36c-495a-93fc-0c247a3e6e5f"));
     e.timestamp = 785000000.25;
     store.record(e);
-    EXPECT_EQ(fileBytes(), QByteArray("[{\"id\":\"E621E1F8-C36C-495A-93FC-0C247A3E6E5F\",\"timestamp\":785000000.25,"
-                                      "\"rawText\":\"raw\",\"cleanedText\":\"Clean.\",\"providerName\":\"—\","
-                                      "\"appBundleID\":\"org.kde.kate\"}]"));
+    EXPECT_EQ(fileBytes(),
+              QByteArray("[{\"id\":\"E621E1F8-C36C-495A-93FC-0C247A3E6E5F\",\"timestamp\":785000000.25,"
+                         "\"rawText\":\"raw\",\"cleanedText\":\"Clean.\",\"providerName\":\"—\","
+                         "\"appBundleID\":\"org.kde.kate\"}]"));
 }
 
 TEST_F(HistoryStoreTest, FileWhoseEntryHasNullCleanedTextLoads) {
-    writeFile(R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1.5,"rawText":"hi","cleanedText":null,"providerName":"x","appBundleID":null}])");
+    writeFile(
+        R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1.5,"rawText":"hi","cleanedText":null,"providerName":"x","appBundleID":null}])");
     HistoryStore store(defaults, clock, path);
     ASSERT_EQ(store.entries().size(), 1);
     EXPECT_FALSE(store.entries().first().cleanedText);
@@ -190,7 +203,8 @@ TEST_F(HistoryStoreTest, FileWhoseEntryHasNullCleanedTextLoads) {
 }
 
 TEST_F(HistoryStoreTest, FileWithOneEntryLackingProviderNameLoadsAsAnEmptyHistory) {
-    const QByteArray bad = R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1,"rawText":"a","providerName":"x"},
+    const QByteArray bad =
+        R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1,"rawText":"a","providerName":"x"},
                                {"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E60","timestamp":2,"rawText":"b"}])";
     writeFile(bad);
     HistoryStore store(defaults, clock, path);
@@ -199,10 +213,14 @@ TEST_F(HistoryStoreTest, FileWithOneEntryLackingProviderNameLoadsAsAnEmptyHistor
 }
 
 TEST_F(HistoryStoreTest, CorruptFilesLoadAsAnEmptyHistory) {
-    for (const QByteArray& bad : {QByteArray("not json"), QByteArray("{}"), QByteArray("[1]"), QByteArray("\x00\xff", 2),
-                                  QByteArray(R"([{"id":"x","timestamp":1,"rawText":"a","providerName":"p"}])"),
-                                  QByteArray(R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":"1","rawText":"a","providerName":"p"}])"),
-                                  QByteArray(R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1,"rawText":"a","providerName":"p","cleanedText":3}])")}) {
+    for (
+        const QByteArray& bad :
+        {QByteArray("not json"), QByteArray("{}"), QByteArray("[1]"), QByteArray("\x00\xff", 2),
+         QByteArray(R"([{"id":"x","timestamp":1,"rawText":"a","providerName":"p"}])"),
+         QByteArray(
+             R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":"1","rawText":"a","providerName":"p"}])"),
+         QByteArray(
+             R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1,"rawText":"a","providerName":"p","cleanedText":3}])")}) {
         writeFile(bad);
         HistoryStore store(defaults, clock, path);
         EXPECT_TRUE(store.entries().isEmpty()) << bad.constData();
@@ -258,11 +276,11 @@ TEST_F(HistoryStoreTest, FileIsPrivateToTheUser) {
     HistoryStore store(defaults, clock, path);
     store.setEnabled(true);
     store.record(entry(QStringLiteral("secret")));
-    EXPECT_EQ(QFileInfo(path).permissions() & 0x7777,
-              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser);
+    EXPECT_EQ(QFileInfo(path).permissions() & 0x7777, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                          QFileDevice::ReadUser | QFileDevice::WriteUser);
     const auto folder = QFileInfo(QFileInfo(path).absolutePath()).permissions() & 0x7777;
-    EXPECT_EQ(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner | QFileDevice::ReadUser |
-                          QFileDevice::WriteUser | QFileDevice::ExeUser);
+    EXPECT_EQ(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                          QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
 }
 
 TEST_F(HistoryStoreTest, SaveReplacesTheFileAtomically) {
@@ -286,9 +304,11 @@ TEST_F(HistoryStoreTest, UnwritableFolderIsSilent) {
 
 TEST_F(HistoryStoreTest, QueryIsTrimmedAndMatchesRawOrCleanedTextIgnoringCase) {
     HistoryStore store(defaults, clock, path);
-    store.setEntries({entry(QStringLiteral("say Hello there")), entry(QStringLiteral("nothing"), QStringLiteral("HELLO")),
+    store.setEntries({entry(QStringLiteral("say Hello there")),
+                      entry(QStringLiteral("nothing"), QStringLiteral("HELLO")),
                       entry(QStringLiteral("goodbye"))});
-    EXPECT_EQ(rawTexts(store.filtered(QStringLiteral("  hello "))), (QStringList{"say Hello there", "nothing"}));
+    EXPECT_EQ(rawTexts(store.filtered(QStringLiteral("  hello "))),
+              (QStringList{"say Hello there", "nothing"}));
     EXPECT_EQ(store.filtered(QStringLiteral("   ")).size(), 3);
     EXPECT_EQ(store.filtered(QString()).size(), 3);
     EXPECT_EQ(store.filtered(QStringLiteral("\thello\u3000")).size(), 2);
@@ -316,4 +336,29 @@ TEST_F(HistoryStoreTest, ChangesAreSignalled) {
     store.setKeepLast(5);
     EXPECT_EQ(entries.count(), 1);
     EXPECT_EQ(keep.count(), 1);
+}
+
+TEST_F(HistoryStoreTest, EntriesSharingAnIdAreEachWrittenWithTheirOwnText) {
+    HistoryEntry first = entry(QStringLiteral("first"));
+    HistoryEntry second = first;
+    second.rawText = QStringLiteral("second");
+    writeFile(HistoryStore::encodeEntries({first, second}));
+    HistoryStore store(defaults, clock, path);
+    store.setEnabled(true);
+    store.record(entry(QStringLiteral("new")));
+    store.record(entry(QStringLiteral("newer"))); // the second save reuses what the first encoded
+    EXPECT_EQ(fileRawTexts(), (QStringList{"newer", "new", "first", "second"}));
+}
+
+TEST_F(HistoryStoreTest, AnEntryReplacedFromOutsideIsWrittenWithItsNewText) {
+    HistoryStore store(defaults, clock, path);
+    store.setEnabled(true);
+    store.record(entry(QStringLiteral("before")));
+    HistoryEntry edited = store.entries().first();
+    edited.cleanedText = QStringLiteral("after");
+    store.setEntries({edited});
+    store.save();
+    const auto saved = HistoryStore::decodeEntries(fileBytes());
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(*saved, QList<HistoryEntry>{edited});
 }
