@@ -13,8 +13,8 @@ enum class CleanupProvider { onDevice, anthropic, openAICompatible };
 
 namespace CleanupProviders {
 
-inline constexpr std::array<CleanupProvider, 3> allCases{CleanupProvider::onDevice, CleanupProvider::anthropic,
-                                                         CleanupProvider::openAICompatible};
+inline constexpr std::array<CleanupProvider, 3> allCases{
+    CleanupProvider::onDevice, CleanupProvider::anthropic, CleanupProvider::openAICompatible};
 
 QString rawValue(CleanupProvider provider);
 std::optional<CleanupProvider> fromRawValue(const QString& raw);

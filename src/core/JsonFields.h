@@ -29,7 +29,8 @@ template <typename Json> std::optional<QString> string(const Json& object, const
 }
 
 // Absent when missing or null; `ok` is cleared when present with the wrong type.
-template <typename Json> std::optional<QString> optionalString(const Json& object, const char* key, bool& ok) {
+template <typename Json>
+std::optional<QString> optionalString(const Json& object, const char* key, bool& ok) {
     const Json* v = member(object, key);
     if (!v || v->is_null()) return std::nullopt;
     if (!v->is_string()) {
@@ -63,7 +64,8 @@ template <typename Json> std::optional<std::int64_t> int64(const Json& object, c
     if (v->is_number_float()) {
         const double d = v->template get<double>();
         // 2^63 is the first double above the range.
-        if (std::trunc(d) != d || d < -9223372036854775808.0 || d >= 9223372036854775808.0) return std::nullopt;
+        if (std::trunc(d) != d || d < -9223372036854775808.0 || d >= 9223372036854775808.0)
+            return std::nullopt;
         return static_cast<std::int64_t>(d);
     }
     return std::nullopt;
@@ -92,6 +94,8 @@ template <typename Json> QByteArray dump(const Json& value, int indent = -1) {
     return QByteArray(text.data(), static_cast<qsizetype>(text.size()));
 }
 
-inline std::string utf8(const QString& text) { return text.toStdString(); }
+inline std::string utf8(const QString& text) {
+    return text.toStdString();
+}
 
 } // namespace murmurly::JsonFields

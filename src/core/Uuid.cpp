@@ -4,9 +4,13 @@
 
 namespace murmurly::Uuid {
 
-QUuid create() { return QUuid::createUuid(); }
+QUuid create() {
+    return QUuid::createUuid();
+}
 
-QString text(const QUuid& uuid) { return uuid.toString(QUuid::WithoutBraces).toUpper(); }
+QString text(const QUuid& uuid) {
+    return uuid.toString(QUuid::WithoutBraces).toUpper();
+}
 
 std::optional<QUuid> parse(const QString& text) {
     if (text.size() != 36) return std::nullopt;

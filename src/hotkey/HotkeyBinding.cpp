@@ -56,7 +56,8 @@ std::optional<HotkeyBinding> HotkeyBinding::from(const KeyEvent& event, KeyNamin
     switch (event.type) {
     case KeyEvent::Type::keyDown: {
         const auto& functions = functionKeys();
-        if (const auto it = functions.find(code); it != functions.end()) return HotkeyBinding{Kind::key, code, 0, it->second};
+        if (const auto it = functions.find(code); it != functions.end())
+            return HotkeyBinding{Kind::key, code, 0, it->second};
         const QString name = event.charactersIgnoringModifiers
                                  ? event.charactersIgnoringModifiers->toUpper()
                                  : QStringLiteral("Key ") + QString::number(code);
@@ -83,7 +84,9 @@ std::optional<HotkeyBinding> HotkeyBinding::from(const KeyEvent& event, KeyNamin
     return std::nullopt;
 }
 
-bool HotkeyBinding::isTypeable() const { return kind == Kind::key && !functionKeys().contains(keyCode); }
+bool HotkeyBinding::isTypeable() const {
+    return kind == Kind::key && !functionKeys().contains(keyCode);
+}
 
 QString HotkeyBinding::rawValue(Kind kind) {
     return kind == Kind::modifier ? QStringLiteral("modifier") : QStringLiteral("key");
@@ -124,10 +127,13 @@ HotkeyBinding HotkeyBinding::load(const Defaults& defaults, KeyNaming naming) {
     return defaultBinding(naming);
 }
 
-void HotkeyBinding::save(Defaults& defaults) const { defaults.setBytes(defaultsKey, toJson()); }
+void HotkeyBinding::save(Defaults& defaults) const {
+    defaults.setBytes(defaultsKey, toJson());
+}
 
 size_t qHash(const HotkeyBinding& binding, size_t seed) noexcept {
-    return qHashMulti(seed, static_cast<int>(binding.kind), binding.keyCode, binding.flagMask, binding.displayName);
+    return qHashMulti(seed, static_cast<int>(binding.kind), binding.keyCode, binding.flagMask,
+                      binding.displayName);
 }
 
 } // namespace murmurly

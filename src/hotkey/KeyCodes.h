@@ -29,7 +29,7 @@ namespace murmurly::ModifierFlags {
 
 inline constexpr std::uint64_t shift = 0x20000;
 inline constexpr std::uint64_t control = 0x40000;
-inline constexpr std::uint64_t option = 0x80000; // Alt on Linux
+inline constexpr std::uint64_t option = 0x80000;   // Alt on Linux
 inline constexpr std::uint64_t command = 0x100000; // Super on Linux
 inline constexpr std::uint64_t function = 0x800000;
 

@@ -37,7 +37,8 @@ QString ReplacementStore::apply(const QString& text) const {
 std::optional<QByteArray> ReplacementStore::exportJSON() const {
     // nlohmann::json keeps object members sorted by key.
     nlohmann::json array = nlohmann::json::array();
-    for (const ReplacementRule& rule : m_rules) array.push_back(nlohmann::json(rule.toJsonObject()));
+    for (const ReplacementRule& rule : m_rules)
+        array.push_back(nlohmann::json(rule.toJsonObject()));
     return JsonFields::dump(array, 2);
 }
 
@@ -54,7 +55,8 @@ bool ReplacementStore::importJSON(const QByteArray& bytes) {
 void ReplacementStore::persist() {
     m_defaults.setBool(enabledKey, m_enabled);
     nlohmann::ordered_json array = nlohmann::ordered_json::array();
-    for (const ReplacementRule& rule : m_rules) array.push_back(rule.toJsonObject());
+    for (const ReplacementRule& rule : m_rules)
+        array.push_back(rule.toJsonObject());
     m_defaults.setBytes(rulesKey, JsonFields::dump(array));
 }
 

@@ -24,7 +24,8 @@ void SubstringIndex::build(std::u16string_view text, std::size_t maxLength) {
     m_maxLength = std::min(maxLength, text.size());
     const std::size_t entries = text.size() * m_maxLength;
     std::size_t capacity = 64;
-    while (capacity < entries * 2) capacity <<= 1;
+    while (capacity < entries * 2)
+        capacity <<= 1;
     m_slots.assign(capacity, 0);
     m_mask = capacity - 1;
 
@@ -35,7 +36,8 @@ void SubstringIndex::build(std::u16string_view text, std::size_t maxLength) {
             h = h * hashBase + text[start + length - 1];
             const std::uint64_t key = slotKey(h);
             std::size_t slot = key & m_mask;
-            while (m_slots[slot] != 0 && m_slots[slot] != key) slot = (slot + 1) & m_mask;
+            while (m_slots[slot] != 0 && m_slots[slot] != key)
+                slot = (slot + 1) & m_mask;
             m_slots[slot] = key;
         }
     }
@@ -45,7 +47,8 @@ bool SubstringIndex::mayContain(std::u16string_view needle) const {
     if (needle.size() > m_text.size()) return false;
     if (needle.size() > m_maxLength) return m_text.find(needle) != std::u16string_view::npos;
     std::uint64_t h = hashSeed;
-    for (const char16_t c : needle) h = h * hashBase + c;
+    for (const char16_t c : needle)
+        h = h * hashBase + c;
     const std::uint64_t key = slotKey(h);
     for (std::size_t slot = key & m_mask;; slot = (slot + 1) & m_mask) {
         if (m_slots[slot] == key) return true;

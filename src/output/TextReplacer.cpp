@@ -18,7 +18,8 @@ icu::UnicodeString aliasOf(const QString& text) {
 }
 
 bool isPatternSyntax(char16_t c) {
-    return c < 0x80 && c > 0x20 && !((c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'));
+    return c < 0x80 && c > 0x20 &&
+           !((c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'));
 }
 
 } // namespace

@@ -60,13 +60,18 @@ double UsageTracker::cost(const ProviderUsage& usage, const QString& providerID)
 
 double UsageTracker::totalCost(const UsageMap& usage) const {
     double total = 0.0;
-    for (auto it = usage.cbegin(); it != usage.cend(); ++it) total += cost(it.value(), it.key());
+    for (auto it = usage.cbegin(); it != usage.cend(); ++it)
+        total += cost(it.value(), it.key());
     return total;
 }
 
-double UsageTracker::sessionCost() const { return totalCost(m_session); }
+double UsageTracker::sessionCost() const {
+    return totalCost(m_session);
+}
 
-double UsageTracker::allTimeCost() const { return totalCost(m_allTime); }
+double UsageTracker::allTimeCost() const {
+    return totalCost(m_allTime);
+}
 
 void UsageTracker::reset() {
     m_allTime.clear();
@@ -76,7 +81,9 @@ void UsageTracker::reset() {
     emit sessionChanged();
 }
 
-void UsageTracker::persistAllTime() { m_defaults.setBytes(allTimeKey, encode(m_allTime)); }
+void UsageTracker::persistAllTime() {
+    m_defaults.setBytes(allTimeKey, encode(m_allTime));
+}
 
 QByteArray UsageTracker::encode(const UsageMap& usage) {
     nlohmann::ordered_json object = nlohmann::ordered_json::object();

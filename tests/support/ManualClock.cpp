@@ -5,15 +5,21 @@
 namespace murmurly::testing {
 
 ManualClock::ManualClock(TimePoint start)
-    : m_now(start) {}
-
-Clock::TimePoint ManualClock::defaultStart() {
-    return TimePoint(std::chrono::seconds(QDateTime(QDate(2026, 1, 1), QTime(0, 0), Qt::UTC).toSecsSinceEpoch()));
+    : m_now(start) {
 }
 
-QCoro::Task<> ManualClock::sleep(std::chrono::milliseconds duration) { co_await Awaiter{this, m_now + duration}; }
+Clock::TimePoint ManualClock::defaultStart() {
+    return TimePoint(
+        std::chrono::seconds(QDateTime(QDate(2026, 1, 1), QTime(0, 0), Qt::UTC).toSecsSinceEpoch()));
+}
 
-void ManualClock::advance(std::chrono::milliseconds by) { advanceTo(m_now + by); }
+QCoro::Task<> ManualClock::sleep(std::chrono::milliseconds duration) {
+    co_await Awaiter{this, m_now + duration};
+}
+
+void ManualClock::advance(std::chrono::milliseconds by) {
+    advanceTo(m_now + by);
+}
 
 void ManualClock::advanceTo(TimePoint time) {
     while (!m_sleepers.empty() && m_sleepers.begin()->first.first <= time) {

@@ -13,8 +13,10 @@ TemporaryHome::TemporaryHome() {
 }
 
 TemporaryHome::~TemporaryHome() {
-    for (const auto& [name, value] : m_saved) qputenv(name.constData(), value);
-    for (const QByteArray& name : m_unset) qunsetenv(name.constData());
+    for (const auto& [name, value] : m_saved)
+        qputenv(name.constData(), value);
+    for (const QByteArray& name : m_unset)
+        qunsetenv(name.constData());
 }
 
 void TemporaryHome::set(const char* name, const QString& value) {

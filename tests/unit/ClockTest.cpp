@@ -14,7 +14,8 @@ using murmurly::testing::ManualClock;
 
 namespace {
 
-QCoro::Task<> sleepThenNote(Clock& clock, std::chrono::milliseconds duration, std::vector<int>& log, int tag) {
+QCoro::Task<> sleepThenNote(Clock& clock, std::chrono::milliseconds duration, std::vector<int>& log,
+                            int tag) {
     co_await clock.sleep(duration);
     log.push_back(tag);
 }

@@ -22,7 +22,9 @@ TEST(ModelStatus, FailedWithEmptyMessageKeepsTheTrailingSpace) {
     EXPECT_TRUE(label.endsWith(QLatin1Char(' ')));
 }
 
-TEST(ModelStatus, InitialStatusIsChecking) { EXPECT_EQ(ModelStatus{}, ModelStatus::checking()); }
+TEST(ModelStatus, InitialStatusIsChecking) {
+    EXPECT_EQ(ModelStatus{}, ModelStatus::checking());
+}
 
 TEST(CaptureMode, CasesInOrderWithRawValuesTitlesAndHelp) {
     ASSERT_EQ(CaptureModes::allCases.size(), 2u);

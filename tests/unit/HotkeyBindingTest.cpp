@@ -1,5 +1,5 @@
-#include "MemoryDefaults.h"
 #include "hotkey/HotkeyBinding.h"
+#include "MemoryDefaults.h"
 #include "hotkey/KeyCodes.h"
 
 #include <QSet>
@@ -24,10 +24,14 @@ KeyEvent keyDown(std::uint16_t code, std::optional<QString> characters, std::uin
 TEST(HotkeyBinding, ModifierTableOnMacOSHasExactlyTheNineKeys) {
     const auto& table = HotkeyBinding::modifiers(KeyNaming::macOS);
     const std::map<std::int64_t, std::pair<std::uint64_t, QString>> expected{
-        {54, {0x100000, QStringLiteral("Right Command")}}, {55, {0x100000, QStringLiteral("Left Command")}},
-        {58, {0x80000, QStringLiteral("Left Option")}},    {61, {0x80000, QStringLiteral("Right Option")}},
-        {56, {0x20000, QStringLiteral("Left Shift")}},     {60, {0x20000, QStringLiteral("Right Shift")}},
-        {59, {0x40000, QStringLiteral("Left Control")}},   {62, {0x40000, QStringLiteral("Right Control")}},
+        {54, {0x100000, QStringLiteral("Right Command")}},
+        {55, {0x100000, QStringLiteral("Left Command")}},
+        {58, {0x80000, QStringLiteral("Left Option")}},
+        {61, {0x80000, QStringLiteral("Right Option")}},
+        {56, {0x20000, QStringLiteral("Left Shift")}},
+        {60, {0x20000, QStringLiteral("Right Shift")}},
+        {59, {0x40000, QStringLiteral("Left Control")}},
+        {62, {0x40000, QStringLiteral("Right Control")}},
         {63, {0x800000, QStringLiteral("Fn")}},
     };
     ASSERT_EQ(table.size(), expected.size());
@@ -62,8 +66,9 @@ TEST(HotkeyBinding, CapsLockIsNotInTheModifierTable) {
 
 TEST(HotkeyBinding, FunctionKeyTableHasF1ToF15) {
     const std::map<std::int64_t, QString> expected{
-        {122, "F1"}, {120, "F2"}, {99, "F3"},   {118, "F4"},  {96, "F5"},   {97, "F6"},  {98, "F7"},  {100, "F8"},
-        {101, "F9"}, {109, "F10"}, {103, "F11"}, {111, "F12"}, {105, "F13"}, {107, "F14"}, {113, "F15"},
+        {122, "F1"},  {120, "F2"},  {99, "F3"},   {118, "F4"},  {96, "F5"},
+        {97, "F6"},   {98, "F7"},   {100, "F8"},  {101, "F9"},  {109, "F10"},
+        {103, "F11"}, {111, "F12"}, {105, "F13"}, {107, "F14"}, {113, "F15"},
     };
     EXPECT_EQ(HotkeyBinding::functionKeys(), expected);
 }
@@ -74,7 +79,8 @@ TEST(HotkeyBinding, DefaultIsRightOptionNamedPerPlatform) {
     EXPECT_EQ(mac.keyCode, 61);
     EXPECT_EQ(mac.flagMask, 0x80000u);
     EXPECT_EQ(mac.displayName, QStringLiteral("Right Option"));
-    EXPECT_EQ(HotkeyBinding::defaultBinding(KeyNaming::linuxDesktop).displayName, QStringLiteral("Right Alt"));
+    EXPECT_EQ(HotkeyBinding::defaultBinding(KeyNaming::linuxDesktop).displayName,
+              QStringLiteral("Right Alt"));
 #ifndef Q_OS_MACOS
     EXPECT_EQ(HotkeyBinding::defaultBinding().displayName, QStringLiteral("Right Alt"));
 #endif
@@ -83,13 +89,15 @@ TEST(HotkeyBinding, DefaultIsRightOptionNamedPerPlatform) {
 TEST(HotkeyBinding, PressingRightOptionGivesTheModifierBindingAndReleasingGivesNothing) {
     const auto pressed = HotkeyBinding::from(flagsChanged(61, ModifierFlags::option), KeyNaming::macOS);
     ASSERT_TRUE(pressed);
-    EXPECT_EQ(pressed->toJson(),
-              QByteArray(R"({"kind":"modifier","keyCode":61,"flagMask":524288,"displayName":"Right Option"})"));
+    EXPECT_EQ(
+        pressed->toJson(),
+        QByteArray(R"({"kind":"modifier","keyCode":61,"flagMask":524288,"displayName":"Right Option"})"));
     EXPECT_FALSE(HotkeyBinding::from(flagsChanged(61, 0), KeyNaming::macOS));
 }
 
 TEST(HotkeyBinding, PressingRightAltOnLinuxGivesTheSameKeyNamedRightAlt) {
-    const auto pressed = HotkeyBinding::from(flagsChanged(61, ModifierFlags::option), KeyNaming::linuxDesktop);
+    const auto pressed =
+        HotkeyBinding::from(flagsChanged(61, ModifierFlags::option), KeyNaming::linuxDesktop);
     ASSERT_TRUE(pressed);
     EXPECT_EQ(pressed->toJson(),
               QByteArray(R"({"kind":"modifier","keyCode":61,"flagMask":524288,"displayName":"Right Alt"})"));
@@ -139,7 +147,8 @@ TEST(HotkeyBinding, KeyWithEmptyCharactersKeepsAnEmptyName) {
 
 TEST(HotkeyBinding, KeyUpAndOtherEventsGiveNothing) {
     EXPECT_FALSE(HotkeyBinding::from(KeyEvent{KeyEvent::Type::keyUp, 96, QStringLiteral("x"), 0}));
-    EXPECT_FALSE(HotkeyBinding::from(KeyEvent{KeyEvent::Type::other, 61, std::nullopt, ModifierFlags::option}));
+    EXPECT_FALSE(
+        HotkeyBinding::from(KeyEvent{KeyEvent::Type::other, 61, std::nullopt, ModifierFlags::option}));
 }
 
 TEST(HotkeyBinding, LeftAndRightCommandDifferOnlyInKeyCodeAndName) {
@@ -156,8 +165,9 @@ TEST(HotkeyBinding, LeftAndRightCommandDifferOnlyInKeyCodeAndName) {
 
 TEST(HotkeyBinding, ModifierBindingsAreNeverTypeable) {
     for (const auto& [code, modifier] : HotkeyBinding::modifiers())
-        EXPECT_FALSE((HotkeyBinding{HotkeyBinding::Kind::modifier, code, modifier.flagMask, modifier.displayName}
-                          .isTypeable()));
+        EXPECT_FALSE(
+            (HotkeyBinding{HotkeyBinding::Kind::modifier, code, modifier.flagMask, modifier.displayName}
+                 .isTypeable()));
     for (const auto& [code, name] : HotkeyBinding::functionKeys())
         EXPECT_FALSE((HotkeyBinding{HotkeyBinding::Kind::key, code, 0, name}.isTypeable()));
 }
@@ -174,12 +184,13 @@ TEST(HotkeyBinding, EqualityComparesAllFourFields) {
 }
 
 TEST(HotkeyBinding, JsonRoundTripsEveryKindOfBinding) {
-    std::vector<HotkeyBinding> bindings{HotkeyBinding::defaultBinding(KeyNaming::macOS),
-                                        HotkeyBinding::defaultBinding(KeyNaming::linuxDesktop),
-                                        {HotkeyBinding::Kind::key, 96, 0, QStringLiteral("F5")},
-                                        {HotkeyBinding::Kind::key, 0, 0, QString::fromUtf8("Ä \"q\" ✓")},
-                                        {HotkeyBinding::Kind::key, -3, 0, QString()},
-                                        {HotkeyBinding::Kind::modifier, 63, 0xFFFFFFFFFFFFFFFFull, QStringLiteral("Fn")}};
+    std::vector<HotkeyBinding> bindings{
+        HotkeyBinding::defaultBinding(KeyNaming::macOS),
+        HotkeyBinding::defaultBinding(KeyNaming::linuxDesktop),
+        {HotkeyBinding::Kind::key, 96, 0, QStringLiteral("F5")},
+        {HotkeyBinding::Kind::key, 0, 0, QString::fromUtf8("Ä \"q\" ✓")},
+        {HotkeyBinding::Kind::key, -3, 0, QString()},
+        {HotkeyBinding::Kind::modifier, 63, 0xFFFFFFFFFFFFFFFFull, QStringLiteral("Fn")}};
     for (const HotkeyBinding& binding : bindings) {
         const auto decoded = HotkeyBinding::fromJson(binding.toJson());
         ASSERT_TRUE(decoded) << binding.toJson().constData();
@@ -207,7 +218,8 @@ TEST(HotkeyBinding, JsonMissingOrIllTypedKeysFailToDecode) {
         R"({"kind":"modifier","keyCode":61,"flagMask":524288,"displayName":"Right Option"} trailing)",
         "",
     };
-    for (const char* json : bad) EXPECT_FALSE(HotkeyBinding::fromJson(QByteArray(json))) << json;
+    for (const char* json : bad)
+        EXPECT_FALSE(HotkeyBinding::fromJson(QByteArray(json))) << json;
 }
 
 TEST(HotkeyBinding, JsonIgnoresUnknownMembersAndAcceptsWholeNumbersWrittenWithAFraction) {
@@ -227,7 +239,8 @@ TEST(HotkeyBinding, EmptyOrCorruptStoredValueLoadsTheRightOptionDefault) {
     for (const QByteArray& stored : {QByteArray(), QByteArray("{"), QByteArray("\xff\xfe"), QByteArray("{}"),
                                      QByteArray(R"({"kind":"key","keyCode":96,"flagMask":0})")}) {
         defaults.setBytes(HotkeyBinding::defaultsKey, stored);
-        EXPECT_EQ(HotkeyBinding::load(defaults, KeyNaming::macOS), HotkeyBinding::defaultBinding(KeyNaming::macOS));
+        EXPECT_EQ(HotkeyBinding::load(defaults, KeyNaming::macOS),
+                  HotkeyBinding::defaultBinding(KeyNaming::macOS));
         // The bad value stays until a new binding is saved over it.
         EXPECT_EQ(defaults.bytesValue(HotkeyBinding::defaultsKey), stored);
     }

@@ -1,5 +1,5 @@
-#include "MemoryDefaults.h"
 #include "output/ReplacementStore.h"
+#include "MemoryDefaults.h"
 
 #include <QSignalSpy>
 

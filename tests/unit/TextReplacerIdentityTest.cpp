@@ -20,11 +20,11 @@ QString eachRuleInTurn(const QList<ReplacementRule>& rules, QString text) {
 const QStringList& alphabet() {
     static const QStringList pieces = [] {
         QStringList p;
-        for (const char* s : {"a", "b", "A", "B", "s", "S", "k", "K", "i", "I", "e", " ", " ", ".", "_", "1", "$",
-                              "\\", "-", "'", "\n"})
+        for (const char* s : {"a", "b", "A", "B", "s", "S", "k",  "K", "i", "I", "e",
+                              " ", " ", ".", "_", "1", "$", "\\", "-", "'", "\n"})
             p << QString::fromLatin1(s);
-        for (const char* s : {"ß", "ẞ", "ſ", "K" /* Kelvin */, "İ", "ı", "ﬁ", "Σ", "σ", "ς", "é", "e\u0301", "😀",
-                              "ǅ", "ǆ", "Ǆ", "ΐ"})
+        for (const char* s : {"ß", "ẞ", "ſ", "K" /* Kelvin */, "İ", "ı", "ﬁ", "Σ", "σ", "ς", "é", "e\u0301",
+                              "😀", "ǅ", "ǆ", "Ǆ", "ΐ"})
             p << QString::fromUtf8(s);
         return p;
     }();
@@ -35,7 +35,8 @@ QString randomText(std::mt19937& rng, int minPieces, int maxPieces) {
     std::uniform_int_distribution<int> count(minPieces, maxPieces);
     std::uniform_int_distribution<qsizetype> pick(0, alphabet().size() - 1);
     QString text;
-    for (int n = count(rng); n > 0; --n) text += alphabet().at(pick(rng));
+    for (int n = count(rng); n > 0; --n)
+        text += alphabet().at(pick(rng));
     return text;
 }
 

@@ -6,8 +6,8 @@ using namespace murmurly;
 
 namespace {
 
-ReplacementRule rule(const QString& from, const QString& to, bool wholeWord = true, bool caseSensitive = false,
-                     bool enabled = true) {
+ReplacementRule rule(const QString& from, const QString& to, bool wholeWord = true,
+                     bool caseSensitive = false, bool enabled = true) {
     ReplacementRule r = ReplacementRule::create();
     r.from = from;
     r.to = to;
@@ -43,12 +43,14 @@ TEST(ReplacementRule, EqualityComparesTheIdToo) {
 }
 
 TEST(ReplacementRule, JsonRoundTrips) {
-    const ReplacementRule r = rule(QString::fromUtf8("naïve \"q\" \\"), QStringLiteral("$1\n"), false, true, false);
+    const ReplacementRule r =
+        rule(QString::fromUtf8("naïve \"q\" \\"), QStringLiteral("$1\n"), false, true, false);
     const auto decoded = ReplacementRule::fromJsonObject(nlohmann::json(r.toJsonObject()));
     ASSERT_TRUE(decoded);
     EXPECT_EQ(*decoded, r);
     const QByteArray text = QByteArray::fromStdString(r.toJsonObject().dump());
-    EXPECT_TRUE(text.startsWith("{\"id\":\"" + r.id.toString(QUuid::WithoutBraces).toUpper().toLatin1() + "\""));
+    EXPECT_TRUE(
+        text.startsWith("{\"id\":\"" + r.id.toString(QUuid::WithoutBraces).toUpper().toLatin1() + "\""));
 }
 
 TEST(ReplacementRule, JsonRuleWithoutEnabledFailsToDecode) {
@@ -58,7 +60,8 @@ TEST(ReplacementRule, JsonRuleWithoutEnabledFailsToDecode) {
 }
 
 TEST(ReplacementRule, JsonWithWrongTypesFailsAndExtraKeysAreIgnored) {
-    const char* base = R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","from":"a","to":"b","matchWholeWord":true,"caseSensitive":false,"enabled":true)";
+    const char* base =
+        R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","from":"a","to":"b","matchWholeWord":true,"caseSensitive":false,"enabled":true)";
     EXPECT_TRUE(ReplacementRule::fromJsonObject(nlohmann::json::parse(std::string(base) + R"(,"note":1})")));
     const char* bad[] = {
         R"({"id":"nope","from":"a","to":"b","matchWholeWord":true,"caseSensitive":false,"enabled":true})",
@@ -66,7 +69,8 @@ TEST(ReplacementRule, JsonWithWrongTypesFailsAndExtraKeysAreIgnored) {
         R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","from":"a","to":null,"matchWholeWord":true,"caseSensitive":false,"enabled":true})",
         R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","from":"a","to":"b","matchWholeWord":1,"caseSensitive":false,"enabled":true})",
     };
-    for (const char* json : bad) EXPECT_FALSE(ReplacementRule::fromJsonObject(nlohmann::json::parse(json))) << json;
+    for (const char* json : bad)
+        EXPECT_FALSE(ReplacementRule::fromJsonObject(nlohmann::json::parse(json))) << json;
 }
 
 TEST(TextReplacer, RulesChainInListOrder) {
@@ -88,7 +92,8 @@ TEST(TextReplacer, CaseSensitiveRuleLeavesOtherCasesUntouched) {
 
 TEST(TextReplacer, FromIsALiteralNotAPattern) {
     EXPECT_EQ(apply({rule("a.b", "Z", false)}, "axb a.b"), QStringLiteral("axb Z"));
-    EXPECT_EQ(apply({rule("a+(b)?[c]{2}|^$\\", "Z", false)}, "a+(b)?[c]{2}|^$\\ aab"), QStringLiteral("Z aab"));
+    EXPECT_EQ(apply({rule("a+(b)?[c]{2}|^$\\", "Z", false)}, "a+(b)?[c]{2}|^$\\ aab"),
+              QStringLiteral("Z aab"));
 }
 
 TEST(TextReplacer, ToIsInsertedLiterally) {
@@ -99,7 +104,8 @@ TEST(TextReplacer, ToIsInsertedLiterally) {
 TEST(TextReplacer, WholeWordBoundariesAreAddedEvenAroundPunctuation) {
     EXPECT_EQ(apply({rule("e.g.", "for example")}, "see e.g. this"), QStringLiteral("see e.g. this"));
     EXPECT_EQ(apply({rule("e.g.", "Y")}, "e.g.x"), QStringLiteral("Yx"));
-    EXPECT_EQ(apply({rule("e.g.", "for example", false)}, "see e.g. this"), QStringLiteral("see for example this"));
+    EXPECT_EQ(apply({rule("e.g.", "for example", false)}, "see e.g. this"),
+              QStringLiteral("see for example this"));
 }
 
 TEST(TextReplacer, DisabledRuleOrEmptyFromChangesNothing) {
@@ -111,7 +117,9 @@ TEST(TextReplacer, SpacesOnlyFromIsAValidRule) {
     EXPECT_EQ(apply({rule("  ", " ", false)}, "a  b"), QStringLiteral("a b"));
 }
 
-TEST(TextReplacer, EmptyListReturnsTheTextUnchanged) { EXPECT_EQ(apply({}, "Hello"), QStringLiteral("Hello")); }
+TEST(TextReplacer, EmptyListReturnsTheTextUnchanged) {
+    EXPECT_EQ(apply({}, "Hello"), QStringLiteral("Hello"));
+}
 
 TEST(TextReplacer, MatchesAreNonOverlappingFromLeftToRight) {
     EXPECT_EQ(apply({rule("aa", "b", false)}, "aaaaa"), QStringLiteral("bba"));

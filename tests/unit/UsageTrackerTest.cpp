@@ -1,6 +1,6 @@
+#include "records/UsageTracker.h"
 #include "MemoryDefaults.h"
 #include "records/MoneyFormat.h"
-#include "records/UsageTracker.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,8 @@ TEST(UsageTracker, PriceTableIsFixed) {
 TEST(UsageTracker, ThreeOnDeviceCleanupsCountThreeDictationsNoTokensAndCostNothing) {
     MemoryDefaults defaults;
     UsageTracker tracker(defaults);
-    for (int i = 0; i < 3; ++i) tracker.record(CleanupProvider::onDevice, std::nullopt);
+    for (int i = 0; i < 3; ++i)
+        tracker.record(CleanupProvider::onDevice, std::nullopt);
     const ProviderUsage usage = tracker.session().value(QStringLiteral("onDevice"));
     EXPECT_EQ(usage, (ProviderUsage{3, 0, 0}));
     EXPECT_EQ(tracker.cost(usage, QStringLiteral("onDevice")), 0.0);
@@ -80,10 +81,11 @@ TEST(UsageTracker, StoredRecordWithoutOutputTokensLoadsAsAnEmptyAllTime) {
 }
 
 TEST(UsageTracker, CorruptStoredValuesLoadAsEmpty) {
-    for (const QByteArray& bad : {QByteArray("[]"), QByteArray("nope"), QByteArray(R"({"a":1})"),
-                                  QByteArray(R"({"a":{"dictations":"1","inputTokens":0,"outputTokens":0}})"),
-                                  QByteArray(R"({"a":{"dictations":1.5,"inputTokens":0,"outputTokens":0}})"),
-                                  QByteArray(R"({"a":{"dictations":1e30,"inputTokens":0,"outputTokens":0}})")}) {
+    for (const QByteArray& bad :
+         {QByteArray("[]"), QByteArray("nope"), QByteArray(R"({"a":1})"),
+          QByteArray(R"({"a":{"dictations":"1","inputTokens":0,"outputTokens":0}})"),
+          QByteArray(R"({"a":{"dictations":1.5,"inputTokens":0,"outputTokens":0}})"),
+          QByteArray(R"({"a":{"dictations":1e30,"inputTokens":0,"outputTokens":0}})")}) {
         MemoryDefaults defaults;
         defaults.setBytes(UsageTracker::allTimeKey, bad);
         UsageTracker tracker(defaults);
@@ -115,7 +117,8 @@ TEST(UsageTracker, ResetStoresAnEmptyObjectAndTheNextCleanupStartsAtOne) {
 
 TEST(UsageTracker, UnknownProviderKeysCostNothing) {
     MemoryDefaults defaults;
-    defaults.setBytes(UsageTracker::allTimeKey, R"({"retired":{"dictations":1,"inputTokens":5000000,"outputTokens":5}})");
+    defaults.setBytes(UsageTracker::allTimeKey,
+                      R"({"retired":{"dictations":1,"inputTokens":5000000,"outputTokens":5}})");
     UsageTracker tracker(defaults);
     EXPECT_EQ(tracker.allTime().size(), 1);
     EXPECT_EQ(tracker.allTimeCost(), 0.0);
@@ -127,7 +130,8 @@ TEST(UsageTracker, UsageAndPriceJsonRoundTrip) {
     const ProviderPrice price{0.15, 0.6};
     EXPECT_EQ(ProviderPrice::fromJsonObject(nlohmann::json(price.toJsonObject())), price);
     EXPECT_FALSE(ProviderPrice::fromJsonObject(nlohmann::json::parse(R"({"inputPer1M":1})")));
-    const UsageTracker::UsageMap map{{QStringLiteral("anthropic"), usage}, {QStringLiteral("onDevice"), {1, 0, 0}}};
+    const UsageTracker::UsageMap map{{QStringLiteral("anthropic"), usage},
+                                     {QStringLiteral("onDevice"), {1, 0, 0}}};
     EXPECT_EQ(UsageTracker::decode(UsageTracker::encode(map)), map);
 }
 
@@ -151,7 +155,8 @@ TEST(CleanupProvider, IdentifiersNamesAccountsAndModels) {
     EXPECT_EQ(displayName(CleanupProvider::openAICompatible), QStringLiteral("OpenAI-compatible"));
     EXPECT_FALSE(keychainAccount(CleanupProvider::onDevice));
     EXPECT_EQ(keychainAccount(CleanupProvider::anthropic), QStringLiteral("anthropic-api-key"));
-    EXPECT_EQ(keychainAccount(CleanupProvider::openAICompatible), QStringLiteral("openai-compatible-api-key"));
+    EXPECT_EQ(keychainAccount(CleanupProvider::openAICompatible),
+              QStringLiteral("openai-compatible-api-key"));
     EXPECT_EQ(defaultModel(CleanupProvider::anthropic), QStringLiteral("claude-haiku-4-5"));
     EXPECT_EQ(defaultModel(CleanupProvider::openAICompatible), QStringLiteral("gpt-4o-mini"));
     EXPECT_EQ(defaultModel(CleanupProvider::onDevice), QString());

@@ -1,0 +1,95 @@
+// Runs every benchmark (five repetitions unless told otherwise) and ends with a table of the
+// medians beside their goals and, where a plain-way reference exists, the speed-up over it.
+#include "Figures.h"
+
+#include <QCoreApplication>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+class FigureReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
+            if (median || single)
+                m_medians[run.run_name.function_name] =
+                    run.GetAdjustedRealTime() * unitSeconds(run.time_unit);
+        }
+    }
+
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        std::printf("\nFigures (median wall time)\n");
+        std::printf("%-36s %14s  %-28s %s\n", "benchmark", "median", "goal", "vs reference");
+        for (const auto& [name, seconds] : m_medians) {
+            const auto* figure = murmurly::bench::figureFor(name);
+            std::string goal = "-";
+            std::string verdict;
+            if (figure && figure->goalSeconds) {
+                goal = figure->description;
+                verdict = seconds <= *figure->goalSeconds ? " (met)" : " (NOT met)";
+            }
+            std::string ratio = "-";
+            if (figure && figure->reference) {
+                const auto it = m_medians.find(*figure->reference);
+                if (it != m_medians.end() && seconds > 0) {
+                    char text[96];
+                    std::snprintf(text, sizeof text, "%.1fx faster than %s", it->second / seconds,
+                                  figure->reference->c_str());
+                    ratio = text;
+                }
+            }
+            std::printf("%-36s %11.3f ms  %-28s %s\n", name.c_str(), seconds * 1e3, (goal + verdict).c_str(),
+                        ratio.c_str());
+        }
+    }
+
+private:
+    static double unitSeconds(benchmark::TimeUnit unit) {
+        switch (unit) {
+        case benchmark::kNanosecond:
+            return 1e-9;
+        case benchmark::kMicrosecond:
+            return 1e-6;
+        case benchmark::kMillisecond:
+            return 1e-3;
+        case benchmark::kSecond:
+            return 1.0;
+        }
+        return 1.0;
+    }
+
+    std::map<std::string, double> m_medians;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    std::vector<char*> args(argv, argv + argc);
+    std::string repetitions = "--benchmark_repetitions=5";
+    std::string aggregates = "--benchmark_report_aggregates_only=true";
+    bool hasRepetitions = false;
+    for (int i = 1; i < argc; ++i)
+        if (std::string(argv[i]).rfind("--benchmark_repetitions", 0) == 0) hasRepetitions = true;
+    if (!hasRepetitions) {
+        args.push_back(repetitions.data());
+        args.push_back(aggregates.data());
+    }
+    int count = static_cast<int>(args.size());
+    benchmark::Initialize(&count, args.data());
+    if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
+    FigureReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}
