@@ -20,6 +20,13 @@ QCoro::Task<> sleepThenNote(Clock& clock, std::chrono::milliseconds duration, st
     log.push_back(tag);
 }
 
+// A coroutine's parameters live in its frame; a capturing lambda's captures would not outlive
+// the expression that started it.
+QCoro::Task<> sleepThenReadTheTime(Clock& clock, std::chrono::milliseconds duration, Clock::TimePoint& seen) {
+    co_await clock.sleep(duration);
+    seen = clock.now();
+}
+
 QCoro::Task<> watchdog(Clock& clock, int& ticks, int limit) {
     while (ticks < limit) {
         co_await clock.sleep(300ms);
@@ -56,10 +63,7 @@ TEST(ManualClock, NowReadsTheDeadlineOfTheSleeperBeingResumed) {
     ManualClock clock;
     const auto start = clock.now();
     Clock::TimePoint seen;
-    auto task = [&]() -> QCoro::Task<> {
-        co_await clock.sleep(250ms);
-        seen = clock.now();
-    }();
+    auto task = sleepThenReadTheTime(clock, 250ms, seen);
     clock.advance(10s);
     EXPECT_EQ(seen - start, 250ms);
     EXPECT_EQ(clock.now() - start, 10s);
