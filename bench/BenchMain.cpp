@@ -48,7 +48,12 @@ public:
                     ratio = text;
                 }
             }
-            std::printf("%-36s %11.3f ms  %-28s %s\n", name.c_str(), seconds * 1e3, (goal + verdict).c_str(),
+            char median[32];
+            if (seconds < 1e-3)
+                std::snprintf(median, sizeof median, "%.3f us", seconds * 1e6);
+            else
+                std::snprintf(median, sizeof median, "%.3f ms", seconds * 1e3);
+            std::printf("%-36s %14s  %-28s %s\n", name.c_str(), median, (goal + verdict).c_str(),
                         ratio.c_str());
         }
     }
