@@ -37,3 +37,19 @@ Bounded<T> runBounded(QCoro::Task<T> task, std::chrono::milliseconds limit = std
 }
 
 } // namespace murmurly::testing
+
+namespace murmurly::testing {
+
+// Runs the event loop until `condition` holds or `limit` passes; returns whether it held.
+template <typename Condition>
+bool waitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() >= limit.count()) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
+    }
+    return true;
+}
+
+} // namespace murmurly::testing
