@@ -13,6 +13,10 @@ std::optional<nlohmann::json> ProviderReply::parseBody(const QByteArray& body, Q
     } catch (const nlohmann::json::parse_error& e) {
         error = QStringLiteral("The reply is not valid JSON (byte %1 of %2).").arg(e.byte).arg(body.size());
         return std::nullopt;
+    } catch (const nlohmann::json::exception&) {
+        // The parser reports a number too large for any numeric type this way.
+        error = QStringLiteral("The reply holds a JSON number out of range.");
+        return std::nullopt;
     }
 }
 

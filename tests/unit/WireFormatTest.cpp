@@ -170,3 +170,13 @@ TEST(ChatCompletions, EmptyChoicesNullContentAndWrongShapesAreUnusable) {
     }
     EXPECT_EQ(ChatCompletions::parseReply("nonsense").kind, Kind::unparsable);
 }
+
+TEST(ProviderReply, NumberTooLargeForAnyTypeIsAParseErrorNotACrash) {
+    for (const QByteArray body :
+         {QByteArray(R"({"usage":{"input_tokens":1e999}})"), QByteArray("[-1e400]")}) {
+        EXPECT_EQ(AnthropicMessages::parseReply(body).kind, Kind::unparsable) << body.constData();
+        EXPECT_EQ(ChatCompletions::parseReply(body).kind, Kind::unparsable) << body.constData();
+        EXPECT_EQ(ChatCompletions::parseReply(body).error,
+                  QStringLiteral("The reply holds a JSON number out of range."));
+    }
+}
