@@ -172,7 +172,7 @@ TEST(ChatCompletions, EmptyChoicesNullContentAndWrongShapesAreUnusable) {
 }
 
 TEST(ProviderReply, NumberTooLargeForAnyTypeIsAParseErrorNotACrash) {
-    for (const QByteArray body :
+    for (const QByteArray& body :
          {QByteArray(R"({"usage":{"input_tokens":1e999}})"), QByteArray("[-1e400]")}) {
         EXPECT_EQ(AnthropicMessages::parseReply(body).kind, Kind::unparsable) << body.constData();
         EXPECT_EQ(ChatCompletions::parseReply(body).kind, Kind::unparsable) << body.constData();
