@@ -1,0 +1,21 @@
+#pragma once
+
+#include "cleanup/SecretStore.h"
+
+namespace murmurly {
+
+// Secrets in the desktop's Secret Service (gnome-keyring, KWallet's service, KeePassXC, …) through
+// libsecret, in the default collection (the login keyring). Items use the generic schema with the
+// attributes "service" and "account", so `secret-tool lookup service … account …` finds them.
+// Every call is synchronous and bounded by the D-Bus call timeouts.
+class LibsecretStore final : public SecretStore {
+public:
+    // True when a Secret Service runs on the session bus or can be started by it.
+    bool isAvailable() override;
+
+    std::optional<QByteArray> read(const QString& service, const QString& account) override;
+    bool add(const QString& service, const QString& account, const QByteArray& secret) override;
+    void remove(const QString& service, const QString& account) override;
+};
+
+} // namespace murmurly
