@@ -1,18 +1,51 @@
 #include "cleanup/HttpExchange.h"
 
-#include <QCoroSignal>
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QTimer>
 
+#include <coroutine>
 #include <memory>
+#include <utility>
 
 namespace murmurly {
 
 namespace {
 
-struct ReplyDeleter {
-    void operator()(QNetworkReply* reply) const { reply->deleteLater(); }
+// Resumes the awaiting coroutine when the reply finishes, or, should the network manager be
+// destroyed first and take the reply with it, from the event loop right afterwards; a request is
+// never left suspended for good.
+class ReplyEnd {
+public:
+    explicit ReplyEnd(QNetworkReply* reply)
+        : m_reply(reply) {}
+
+    bool await_ready() const noexcept { return !m_reply || m_reply->isFinished(); }
+
+    void await_suspend(std::coroutine_handle<> awaiting) {
+        auto resumed = std::make_shared<bool>(false);
+        m_finished = QObject::connect(m_reply, &QNetworkReply::finished, [awaiting, resumed] {
+            if (std::exchange(*resumed, true)) return;
+            awaiting.resume();
+        });
+        m_destroyed = QObject::connect(m_reply, &QObject::destroyed, [awaiting, resumed] {
+            if (std::exchange(*resumed, true)) return;
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(), [awaiting] { awaiting.resume(); }, Qt::QueuedConnection);
+        });
+    }
+
+    void await_resume() {
+        QObject::disconnect(m_finished);
+        QObject::disconnect(m_destroyed);
+    }
+
+private:
+    QNetworkReply* m_reply;
+    QMetaObject::Connection m_finished;
+    QMetaObject::Connection m_destroyed;
 };
 
 // Shared with the signal handlers, which may outlive the coroutine frame by a queued event.
@@ -26,15 +59,12 @@ struct Transfer {
 
 QNetworkRequest prepared(QNetworkRequest request) {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     return request;
 }
 
-QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* rawReply, std::chrono::milliseconds timeout,
-                                       qint64 maxBytes) {
-    std::unique_ptr<QNetworkReply, ReplyDeleter> reply(rawReply);
+QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::milliseconds timeout, qint64 maxBytes) {
+    const QPointer<QNetworkReply> alive(r);
     auto transfer = std::make_shared<Transfer>();
-    QNetworkReply* r = reply.get();
 
     // The idle limit restarts on every sign of progress in either direction.
     auto* idle = new QTimer(r);
@@ -73,8 +103,14 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* rawReply, std::chrono::mil
     });
 
     idle->start();
-    if (!r->isFinished()) co_await qCoro(r, &QNetworkReply::finished);
+    co_await ReplyEnd(r);
+    HttpExchange::Outcome outcome;
+    if (!alive) {
+        outcome.transferError = QStringLiteral("The request was cancelled.");
+        co_return outcome;
+    }
     idle->stop();
+    r->deleteLater();
 
     if (!transfer->status) readStatus();
     if (transfer->status == 200 && !transfer->tooLarge && r->error() == QNetworkReply::NoError) {
@@ -82,7 +118,6 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* rawReply, std::chrono::mil
         if (transfer->received.size() > maxBytes) transfer->tooLarge = true;
     }
 
-    HttpExchange::Outcome outcome;
     if (transfer->tooLarge && transfer->status == 200) {
         outcome.transferError = QStringLiteral("The reply body is larger than %1 bytes.").arg(maxBytes);
     } else if (transfer->status && *transfer->status != 200) {

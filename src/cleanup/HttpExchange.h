@@ -30,7 +30,7 @@ public:
     };
 
     // `timeout` is an idle limit, as in the platform URL APIs: the request fails when nothing is
-    // sent or received for that long.
+    // sent or received for that long. `network` must outlive the request.
     static QCoro::Task<Outcome> post(QNetworkAccessManager& network, QNetworkRequest request, QByteArray body,
                                      std::chrono::milliseconds timeout, qint64 maxBytes = maxReplyBytes);
     static QCoro::Task<Outcome> get(QNetworkAccessManager& network, QNetworkRequest request,

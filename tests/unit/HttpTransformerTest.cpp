@@ -8,8 +8,13 @@
 #include "core/Log.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QHostAddress>
 #include <QNetworkAccessManager>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QSslServer>
+#include <QSslSocket>
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
@@ -308,6 +313,53 @@ TEST_F(HttpTransformerTest, AnthropicUnreachableServerIsATransferFailure) {
     EXPECT_EQ(run(transformer), std::nullopt);
     ASSERT_EQ(log.appMessages().size(), 1);
     EXPECT_TRUE(log.appMessages()[0].startsWith(QStringLiteral("Anthropic cleanup request failed: ")));
+}
+
+TEST_F(HttpTransformerTest, AnthropicRefusesAServerWhoseCertificateIsNotTrusted) {
+    QFile certificateFile(QStringLiteral(MURMURLY_TEST_DATA "/untrusted-localhost.pem"));
+    QFile keyFile(QStringLiteral(MURMURLY_TEST_DATA "/untrusted-localhost.key"));
+    ASSERT_TRUE(certificateFile.open(QIODevice::ReadOnly) && keyFile.open(QIODevice::ReadOnly));
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setLocalCertificate(QSslCertificate(certificateFile.readAll(), QSsl::Pem));
+    configuration.setPrivateKey(QSslKey(keyFile.readAll(), QSsl::Rsa, QSsl::Pem));
+    QSslServer tls;
+    tls.setSslConfiguration(configuration);
+    ASSERT_TRUE(tls.listen(QHostAddress::LocalHost, 0));
+    QByteArray received; // whatever arrives after a handshake: must stay empty
+    QObject::connect(&tls, &QSslServer::pendingConnectionAvailable, &tls, [&] {
+        while (QTcpSocket* socket = tls.nextPendingConnection())
+            QObject::connect(socket, &QTcpSocket::readyRead, socket,
+                             [&, socket] { received += socket->readAll(); });
+    });
+
+    LogCapture log;
+    AnthropicTransformer transformer(
+        network, apiKey, QStringLiteral("claude-haiku-4-5"),
+        QUrl(QStringLiteral("https://127.0.0.1:%1/v1/messages").arg(tls.serverPort())), 3s);
+    EXPECT_EQ(run(transformer), std::nullopt);
+    ASSERT_EQ(log.appMessages().size(), 1) << log.allText().toStdString();
+    EXPECT_TRUE(log.appMessages()[0].startsWith(QStringLiteral("Anthropic cleanup request failed: ")));
+    EXPECT_TRUE(log.appMessages()[0].contains(QStringLiteral("certificate"), Qt::CaseInsensitive))
+        << log.appMessages()[0].toStdString();
+    EXPECT_TRUE(received.isEmpty());
+}
+
+TEST_F(HttpTransformerTest, RequestWhoseNetworkManagerGoesAwayEndsWithoutAResult) {
+    Response stall;
+    stall.stall = true;
+    server.setResponse(stall);
+    auto doomed = std::make_unique<QNetworkAccessManager>();
+    AnthropicTransformer transformer(*doomed, apiKey, QStringLiteral("claude-haiku-4-5"),
+                                     QUrl(server.url(QStringLiteral("/v1/messages"))), 5s);
+    LogCapture log;
+    auto task = transformer.transform(transcript, prompt);
+    ASSERT_TRUE(murmurly::testing::waitUntil([&] { return !server.requests().isEmpty(); }));
+    doomed.reset();
+    auto outcome = runBounded(std::move(task), 2s);
+    ASSERT_TRUE(outcome.finished);
+    EXPECT_EQ(*outcome.value, std::nullopt);
+    EXPECT_EQ(log.appMessages(),
+              QStringList{QStringLiteral("Anthropic cleanup request failed: The request was cancelled.")});
 }
 
 // ---- OpenAI-compatible ------------------------------------------------------------------------

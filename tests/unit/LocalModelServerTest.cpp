@@ -86,6 +86,8 @@ TEST(LocalModelServerDefaults, BaseUrlIsLoopbackPort11434AndTheModelIsEmpty) {
     EXPECT_EQ(model.effectiveBaseURL(),
               QStringLiteral("http://127.0.0.1:11434/v1")); // stored empty = default
     EXPECT_EQ(model.model(), QString());
+    // Let the check finish: a request whose network manager is destroyed never completes.
+    EXPECT_TRUE(waitUntil([&] { return model.availability() != Availability::unchecked; }));
 }
 
 TEST_F(LocalModelServerTest, AvailabilityIsKnownWithoutWaitingAndSettlesInTheBackground) {
@@ -236,5 +238,6 @@ TEST_F(LocalModelServerTest, FailedGenerationsAreLoggedAndTriggerACheck) {
         EXPECT_EQ(*outcome.value, std::nullopt);
         EXPECT_EQ(log.appMessages(), QStringList{expected});
         EXPECT_TRUE(waitUntil([&] { return modelListRequests() == checksBefore + 1; }));
+        EXPECT_TRUE(waitUntil([&] { return model->availability() == Availability::available; }));
     }
 }
