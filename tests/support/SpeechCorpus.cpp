@@ -39,6 +39,59 @@ WavAudio readWav(const QString& path) {
     return {};
 }
 
+bool writeWav(const QString& path, const std::vector<std::int16_t>& samples, int sampleRate) {
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) return false;
+    const quint32 dataBytes = quint32(samples.size() * 2);
+    QByteArray header;
+    auto u32 = [&](quint32 v) {
+        char b[4];
+        qToLittleEndian(v, b);
+        header.append(b, 4);
+    };
+    auto u16 = [&](quint16 v) {
+        char b[2];
+        qToLittleEndian(v, b);
+        header.append(b, 2);
+    };
+    header.append("RIFF");
+    u32(36 + dataBytes);
+    header.append("WAVEfmt ");
+    u32(16);
+    u16(1); // PCM
+    u16(1); // mono
+    u32(quint32(sampleRate));
+    u32(quint32(sampleRate * 2));
+    u16(2);
+    u16(16);
+    header.append("data");
+    u32(dataBytes);
+    QByteArray body(qsizetype(dataBytes), Qt::Uninitialized);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        qToLittleEndian(samples[i], body.data() + 2 * i);
+    return file.write(header) == header.size() && file.write(body) == body.size();
+}
+
+std::size_t endOfSpeech(const WavAudio& audio, double fraction) {
+    const std::size_t window = std::size_t(std::max(1, audio.sampleRate / 100));
+    std::vector<double> energy;
+    for (std::size_t start = 0; start < audio.samples.size(); start += window) {
+        double sum = 0;
+        const std::size_t end = std::min(audio.samples.size(), start + window);
+        for (std::size_t i = start; i < end; ++i)
+            sum += double(audio.samples[i]) * audio.samples[i];
+        energy.push_back(sum / double(end - start));
+    }
+    double loudest = 0;
+    for (double e : energy)
+        loudest = std::max(loudest, e);
+    // Loudness compared as amplitude: energy scales with its square.
+    const double threshold = loudest * fraction * fraction;
+    for (std::size_t w = energy.size(); w-- > 0;)
+        if (energy[w] >= threshold) return std::min(audio.samples.size(), (w + 1) * window);
+    return 0;
+}
+
 QString libriVoxFolder() {
     return QStringLiteral("/usr/share/pocketsphinx/test/data/librivox");
 }

@@ -19,6 +19,13 @@ struct WavAudio {
 // Reads a 16-bit PCM WAV file (mono, or the first channel of several). Empty on failure.
 WavAudio readWav(const QString& path);
 
+// Writes 16-bit mono PCM as a WAV file.
+bool writeWav(const QString& path, const std::vector<std::int16_t>& samples, int sampleRate);
+
+// The index just past the last 10 ms window whose loudness is at least `fraction` of the
+// loudest window's: where the speech in a recording ends.
+std::size_t endOfSpeech(const WavAudio& audio, double fraction = 0.1);
+
 // One recorded sentence with what is said in it.
 struct Utterance {
     QString id;

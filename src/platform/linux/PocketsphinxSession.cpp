@@ -5,6 +5,8 @@
 #include <QCoroFuture>
 
 #include <pocketsphinx.h>
+#include <sphinxbase/cmn.h>
+#include <sphinxbase/feat.h>
 
 #include <vector>
 
@@ -77,16 +79,33 @@ void PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
     ps_decoder_t* ps = decoder.get();
     std::vector<std::int16_t> samples;
     bool inUtterance = false;
+    bool heardWords = false;
+
+    // The cepstral mean adapts to the speaker and microphone over dictations, which helps the
+    // first words of the next one. A dictation in which nothing was recognized (silence, a muted
+    // microphone, noise) must not move it, or the next dictation starts out deaf.
+    feat_t* features = ps_get_feat(ps);
+    std::vector<mfcc_t> meanBefore(std::size_t(feat_cepsize(features)));
+    cmn_live_get(features->cmn_struct, meanBefore.data());
+    auto keepMeanOnlyIfHeard = [&] {
+        if (!heardWords) cmn_live_set(features->cmn_struct, meanBefore.data());
+    };
 
     auto deliverUtterance = [&] {
         ps_end_utt(ps);
         const char* hypothesis = ps_get_hyp(ps, nullptr);
         // Each segment carries its leading space, so segments join as delivered.
-        if (inUtterance && hypothesis && *hypothesis)
+        if (inUtterance && hypothesis && *hypothesis) {
             m_results->yield({QLatin1Char(' ') + QString::fromUtf8(hypothesis), true});
+            heardWords = true;
+        }
         inUtterance = false;
     };
 
+    // Each dictation is a new stream: the noise level learned in the last one (perhaps from a
+    // muted microphone's digital silence) must not decide what counts as speech in this one.
+    // The cepstral mean, learned from speech only, carries over and helps the first words.
+    ps_start_stream(ps);
     if (ps_start_utt(ps) < 0) {
         m_results->fail(QStringLiteral("The speech recognizer could not start."));
         return;
@@ -125,9 +144,11 @@ void PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
         if (m_cancelRequested) break;
         lock.unlock();
         deliverUtterance();
+        keepMeanOnlyIfHeard();
         return;
     }
     ps_end_utt(ps); // cancelled: the words are dropped
+    keepMeanOnlyIfHeard();
 }
 
 } // namespace murmurly
