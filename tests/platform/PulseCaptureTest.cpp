@@ -228,3 +228,43 @@ TEST(PulseCapture, LibriVoxSentencesThroughTheWholePathAreRecognizedAsWellAsByPo
                 reference.referenceWords);
     EXPECT_LE(ours.rate(), reference.rate() + 3.0);
 }
+
+TEST(PulseCapture, EspeakSentencesThroughTheWholePathAreRecognizedAsWellAsFromTheFile) {
+    PrivatePulseServer server;
+    ASSERT_TRUE(server.isRunning()) << server.error().toStdString();
+    const QStringList sentences{QStringLiteral("please send the report to the office before noon"),
+                                QStringLiteral("the meeting has been moved to thursday afternoon"),
+                                QStringLiteral("we need three more chairs in the small room")};
+    QTemporaryDir dir;
+    AudioInput audio(std::make_unique<PulseCaptureDevice>());
+    sharedBackend().decoder(QStringLiteral("en-US"));
+    WordErrors ours;
+    WordErrors reference;
+    for (qsizetype i = 0; i < sentences.size(); ++i) {
+        // espeak-ng speaks at 22.05 kHz; the reference decoder reads 16 kHz, so sox resamples
+        // the file it gets. The played file is espeak's own.
+        const QString spoken = dir.filePath(QStringLiteral("spoken%1.wav").arg(i));
+        const QString for16k = dir.filePath(QStringLiteral("spoken%1-16k.wav").arg(i));
+        ASSERT_EQ(QProcess::execute(QStringLiteral("espeak-ng"),
+                                    {QStringLiteral("-v"), QStringLiteral("en-us"), QStringLiteral("-s"),
+                                     QStringLiteral("140"), QStringLiteral("-w"), spoken, sentences[i]}),
+                  0);
+        ASSERT_EQ(
+            QProcess::execute(QStringLiteral("sox"),
+                              {spoken, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
+                               QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"), for16k}),
+            0);
+        const QString text = dictate(server, audio, spoken);
+        const ReferenceDecode continuous = decodeWithPocketsphinxContinuous(for16k);
+        ASSERT_TRUE(continuous.ok);
+        ours += wordErrors(sentences[i], text);
+        reference += wordErrors(sentences[i], continuous.text);
+        std::printf("%s\n  murmurly:   %s\n  continuous: %s\n", qPrintable(sentences[i]), qPrintable(text),
+                    qPrintable(continuous.text));
+    }
+    std::printf("WER on espeak-ng speech: murmurly (played, captured, converted, recognized) %.1f%% (%d/%d), "
+                "pocketsphinx_continuous -infile %.1f%% (%d/%d)\n",
+                ours.rate(), ours.errors, ours.referenceWords, reference.rate(), reference.errors,
+                reference.referenceWords);
+    EXPECT_LE(ours.rate(), reference.rate() + 3.0);
+}
