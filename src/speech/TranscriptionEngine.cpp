@@ -4,6 +4,7 @@
 #include "speech/LanguageTag.h"
 #include "speech/MurmurlyError.h"
 
+#include <algorithm>
 #include <coroutine>
 #include <exception>
 
@@ -48,9 +49,19 @@ QCoro::Task<> runOperation(std::shared_ptr<Race> race, QCoro::Task<> operation) 
     race->decide(error);
 }
 
+// Sleeps in short steps up to the deadline and gives up as soon as the race is decided, so that a
+// limit that did not expire leaves no timer behind for long (a Clock sleep cannot be cancelled).
 QCoro::Task<> runSleeper(std::shared_ptr<Race> race, Clock& clock, std::chrono::milliseconds limit) {
-    co_await clock.sleep(limit);
-    race->decide(std::make_exception_ptr(TimeoutError{}));
+    constexpr std::chrono::milliseconds step{250};
+    const Clock::TimePoint deadline = clock.now() + limit;
+    while (!race->decided) {
+        const auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock.now());
+        if (remaining <= std::chrono::milliseconds::zero()) {
+            race->decide(std::make_exception_ptr(TimeoutError{}));
+            break;
+        }
+        co_await clock.sleep(std::min(remaining, step));
+    }
 }
 
 QString describe(const std::exception_ptr& error) {

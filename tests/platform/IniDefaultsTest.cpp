@@ -1,5 +1,5 @@
-#include "TemporaryHome.h"
 #include "platform/linux/IniDefaults.h"
+#include "TemporaryHome.h"
 
 #include <QFile>
 

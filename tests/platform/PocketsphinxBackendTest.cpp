@@ -32,7 +32,9 @@ QString transcribe(PocketsphinxBackend& backend, const std::vector<std::int16_t>
     TranscriptionEngine engine(backend, clock, QStringLiteral("en-US"));
     std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
     feed(*input, samples);
-    return runTask(engine.finish());
+    const QString text = runTask(engine.finish());
+    runEventLoopFor(300);
+    return text;
 }
 
 } // namespace
@@ -113,7 +115,8 @@ TEST(PocketsphinxBackend, SilenceGivesAnEmptyTranscript) {
 }
 
 TEST(PocketsphinxBackend, ADictationOfNearSilenceDoesNotSpoilTheNextOne) {
-    const WavAudio sentence = readWav(libriVoxFolder() + QStringLiteral("/sense_and_sensibility_01_austen_64kb-0880.wav"));
+    const WavAudio sentence =
+        readWav(libriVoxFolder() + QStringLiteral("/sense_and_sensibility_01_austen_64kb-0880.wav"));
     ASSERT_EQ(sentence.sampleRate, 16000);
     // What a muted or very quiet microphone delivers: a hiss of one or two steps.
     std::vector<std::int16_t> hiss(16000 * 3);

@@ -33,11 +33,15 @@ PocketsphinxBackend& sharedBackend() {
     return backend;
 }
 
-// Lets the main loop run (results arrive through it) for `ms` milliseconds.
-void runEventLoopFor(int ms) {
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
+// The same recognizer fed a file's samples directly, without the capture path.
+QString transcribeSamples(const std::vector<std::int16_t>& samples) {
+    SystemClock clock;
+    TranscriptionEngine engine(sharedBackend(), clock, QStringLiteral("en-US"));
+    std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
+    feed(*input, samples);
+    const QString text = runTask(engine.finish());
+    runEventLoopFor(300);
+    return text;
 }
 
 // What each captured buffer looked like, recorded on the capture thread.
@@ -85,7 +89,9 @@ QString dictate(PrivatePulseServer& server, AudioInput& audio, const QString& wa
     }
     runEventLoopFor(afterPlaybackMs);
     audio.stop();
-    return runTask(engine.finish());
+    const QString text = runTask(engine.finish());
+    runEventLoopFor(300);
+    return text;
 }
 
 } // namespace
@@ -238,33 +244,42 @@ TEST(PulseCapture, EspeakSentencesThroughTheWholePathAreRecognizedAsWellAsFromTh
     QTemporaryDir dir;
     AudioInput audio(std::make_unique<PulseCaptureDevice>());
     sharedBackend().decoder(QStringLiteral("en-US"));
-    WordErrors ours;
-    WordErrors reference;
+    WordErrors captured;
+    WordErrors fromFile;
+    WordErrors continuousErrors;
     for (qsizetype i = 0; i < sentences.size(); ++i) {
-        // espeak-ng speaks at 22.05 kHz; the reference decoder reads 16 kHz, so sox resamples
-        // the file it gets. The played file is espeak's own.
+        // espeak-ng speaks at 22.05 kHz; the file-fed decoders read 16 kHz, so sox resamples
+        // (without dither, so it is the same every run) the file they get. The played file is
+        // espeak's own.
         const QString spoken = dir.filePath(QStringLiteral("spoken%1.wav").arg(i));
         const QString for16k = dir.filePath(QStringLiteral("spoken%1-16k.wav").arg(i));
         ASSERT_EQ(QProcess::execute(QStringLiteral("espeak-ng"),
                                     {QStringLiteral("-v"), QStringLiteral("en-us"), QStringLiteral("-s"),
                                      QStringLiteral("140"), QStringLiteral("-w"), spoken, sentences[i]}),
                   0);
-        ASSERT_EQ(
-            QProcess::execute(QStringLiteral("sox"),
-                              {spoken, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
-                               QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"), for16k}),
-            0);
+        ASSERT_EQ(QProcess::execute(QStringLiteral("sox"),
+                                    {QStringLiteral("-D"), spoken, QStringLiteral("-r"),
+                                     QStringLiteral("16000"), QStringLiteral("-c"), QStringLiteral("1"),
+                                     QStringLiteral("-b"), QStringLiteral("16"), for16k}),
+                  0);
         const QString text = dictate(server, audio, spoken);
+        const QString direct = transcribeSamples(readWav(for16k).samples);
         const ReferenceDecode continuous = decodeWithPocketsphinxContinuous(for16k);
         ASSERT_TRUE(continuous.ok);
-        ours += wordErrors(sentences[i], text);
-        reference += wordErrors(sentences[i], continuous.text);
-        std::printf("%s\n  murmurly:   %s\n  continuous: %s\n", qPrintable(sentences[i]), qPrintable(text),
-                    qPrintable(continuous.text));
+        captured += wordErrors(sentences[i], text);
+        fromFile += wordErrors(sentences[i], direct);
+        continuousErrors += wordErrors(sentences[i], continuous.text);
+        std::printf("%s\n  captured:   %s\n  from file:  %s\n  continuous: %s\n", qPrintable(sentences[i]),
+                    qPrintable(text), qPrintable(direct), qPrintable(continuous.text));
     }
-    std::printf("WER on espeak-ng speech: murmurly (played, captured, converted, recognized) %.1f%% (%d/%d), "
-                "pocketsphinx_continuous -infile %.1f%% (%d/%d)\n",
-                ours.rate(), ours.errors, ours.referenceWords, reference.rate(), reference.errors,
-                reference.referenceWords);
-    EXPECT_LE(ours.rate(), reference.rate() + 3.0);
+    std::printf(
+        "WER on espeak-ng speech: murmurly captured %.1f%% (%d/%d), murmurly fed the file %.1f%% (%d/%d), "
+        "pocketsphinx_continuous -infile %.1f%% (%d/%d)\n",
+        captured.rate(), captured.errors, captured.referenceWords, fromFile.rate(), fromFile.errors,
+        fromFile.referenceWords, continuousErrors.rate(), continuousErrors.errors,
+        continuousErrors.referenceWords);
+    // Synthetic speech is recognized poorly, and one word is almost four points of these 26: the
+    // bound is wider than for the LibriVox sentences, yet a capture path that loses or mangles
+    // audio (dropped buffers, wrong rate or channels) lands far above it.
+    EXPECT_LE(captured.rate(), fromFile.rate() + 12.0);
 }

@@ -6,6 +6,8 @@
 #include "speech/TranscriptionEngine.h"
 
 #include <QCoroTask>
+#include <QEventLoop>
+#include <QTimer>
 
 #include <exception>
 #include <memory>
@@ -39,6 +41,14 @@ inline void runTask(QCoro::Task<> task) {
     };
     QCoro::waitFor(wrapper(std::move(task), error));
     if (error) std::rethrow_exception(error);
+}
+
+// Lets the main loop run for `ms` milliseconds: queued results arrive, and the time limits that
+// finish() no longer needs run out (they check in at least every quarter second).
+inline void runEventLoopFor(int ms) {
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 // Writes 16 kHz mono samples into a recognizer input in the buffer size the capture path
