@@ -3,6 +3,7 @@
 #include "Figures.h"
 
 #include <QCoreApplication>
+#include <QLoggingCategory>
 
 #include <benchmark/benchmark.h>
 
@@ -80,6 +81,8 @@ private:
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    // Figures, not logs: the recognizer's debug output would drown them.
+    QLoggingCategory::setFilterRules(QStringLiteral("com.qv.murmurly.app.debug=false"));
     std::vector<char*> args(argv, argv + argc);
     std::string repetitions = "--benchmark_repetitions=5";
     std::string aggregates = "--benchmark_report_aggregates_only=true";

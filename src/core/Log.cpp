@@ -1,12 +1,12 @@
 #include "core/Log.h"
 
+namespace murmurly {
+
 Q_LOGGING_CATEGORY(lcApp, "com.qv.murmurly.app")
 
-namespace murmurly::Log {
-
-QString privateText(const QString& text) {
+QString Log::privateText(const QString& text) {
     if (qEnvironmentVariable("MURMURLY_LOG_PRIVATE") == QLatin1String("1")) return text;
     return QStringLiteral("<private>");
 }
 
-} // namespace murmurly::Log
+} // namespace murmurly

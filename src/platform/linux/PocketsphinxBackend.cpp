@@ -1,0 +1,108 @@
+#include "platform/linux/PocketsphinxBackend.h"
+
+#include "speech/LanguageTag.h"
+
+#include <QDir>
+#include <QStandardPaths>
+
+namespace murmurly {
+
+PocketsphinxBackend::PocketsphinxBackend(QStringList modelRoots)
+    : m_roots(std::move(modelRoots)) {
+    PocketsphinxDecoder::routeLogging();
+}
+
+PocketsphinxBackend::~PocketsphinxBackend() {
+    // Loads still running finish before the decoders they fill go away.
+    std::lock_guard lock(m_mutex);
+    for (const auto& future : std::as_const(m_decoders))
+        future.wait();
+}
+
+QStringList PocketsphinxBackend::defaultModelRoots() {
+    return {QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                QStringLiteral("/murmurly/models"),
+            QStringLiteral("/usr/share/pocketsphinx/model")};
+}
+
+QMap<QString, PocketsphinxModel> PocketsphinxBackend::scan() const {
+    QMap<QString, PocketsphinxModel> found;
+    for (const QString& root : m_roots) {
+        const QDir dir(root);
+        for (const QString& folder : dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
+            const QString language = bcp47Identifier(folder);
+            if (found.contains(language)) continue; // an earlier root wins
+            if (std::optional<PocketsphinxModel> model = PocketsphinxModel::find(dir.filePath(folder)))
+                found.insert(language, *model);
+        }
+    }
+    return found;
+}
+
+QStringList PocketsphinxBackend::installedLanguages() {
+    return scan().keys();
+}
+
+QStringList PocketsphinxBackend::supportedLanguages() {
+    return installedLanguages();
+}
+
+std::unique_ptr<ModelInstallRequest> PocketsphinxBackend::installRequest(const QString&) {
+    // Every supported language is already on disk.
+    return nullptr;
+}
+
+std::optional<PocketsphinxModel> PocketsphinxBackend::model(const QString& language) {
+    const QMap<QString, PocketsphinxModel> models = scan();
+    const auto it = models.find(bcp47Identifier(language));
+    if (it == models.end()) return std::nullopt;
+    return *it;
+}
+
+std::optional<AudioFormat> PocketsphinxBackend::bestAudioFormat(const QString& language) {
+    const std::optional<PocketsphinxModel> found = model(language);
+    if (!found) return std::nullopt;
+    return AudioFormat::int16(found->sampleRate, 1);
+}
+
+PocketsphinxSession::DecoderFuture PocketsphinxBackend::decoderFuture(const QString& language) {
+    const QString key = bcp47Identifier(language);
+    std::lock_guard lock(m_mutex);
+    auto it = m_decoders.find(key);
+    if (it != m_decoders.end()) {
+        // A load that failed is tried again next time (the model may have been fixed since).
+        const bool failed = it->wait_for(std::chrono::seconds(0)) == std::future_status::ready && [&] {
+            try {
+                it->get();
+                return false;
+            } catch (...) {
+                return true;
+            }
+        }();
+        if (!failed) return *it;
+        m_decoders.erase(it);
+    }
+    std::optional<PocketsphinxModel> found = model(key);
+    PocketsphinxSession::DecoderFuture future =
+        std::async(std::launch::async, [found, key]() -> std::shared_ptr<PocketsphinxDecoder> {
+            if (!found)
+                throw std::runtime_error(("No speech model is installed for " + key + ".").toStdString());
+            return std::make_shared<PocketsphinxDecoder>(*found);
+        }).share();
+    m_decoders.insert(key, future);
+    return future;
+}
+
+void PocketsphinxBackend::prepare(const QString& language) {
+    decoderFuture(language);
+}
+
+std::shared_ptr<PocketsphinxDecoder> PocketsphinxBackend::decoder(const QString& language) {
+    return decoderFuture(language).get();
+}
+
+std::unique_ptr<RecognizerSession> PocketsphinxBackend::makeSession(const QString& language) {
+    return std::make_unique<PocketsphinxSession>(decoderFuture(language));
+}
+
+} // namespace murmurly

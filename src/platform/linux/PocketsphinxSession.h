@@ -1,0 +1,55 @@
+#pragma once
+
+#include "speech/RecognizerSession.h"
+
+#include <QFuture>
+#include <QPromise>
+
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace murmurly {
+
+class PocketsphinxDecoder;
+
+// One dictation on a pocketsphinx decoder. A recognizer thread of its own decodes the audio as it
+// arrives and ends an utterance at every pause, delivering its words as a final segment at once;
+// at the end only the words since the last pause are left to settle.
+class PocketsphinxSession final : public RecognizerSession {
+public:
+    using DecoderFuture = std::shared_future<std::shared_ptr<PocketsphinxDecoder>>;
+
+    explicit PocketsphinxSession(DecoderFuture decoder);
+    ~PocketsphinxSession() override;
+
+    std::shared_ptr<ResultStream> results() override { return m_results; }
+    void start(std::shared_ptr<AnalyzerInputStream> input) override;
+    QCoro::Task<> finalizeAndFinishThroughEndOfInput() override;
+    void cancelAndFinishNow() override;
+
+private:
+    void run();
+    void decode(PocketsphinxDecoder& decoder);
+    void ended();
+
+    DecoderFuture m_decoder;
+    std::shared_ptr<ResultStream> m_results;
+    std::shared_ptr<AnalyzerInputStream> m_input;
+    std::thread m_thread;
+
+    std::mutex m_commandMutex;
+    std::condition_variable m_command;
+    std::atomic<bool> m_finalizeRequested{false};
+    std::atomic<bool> m_cancelRequested{false};
+
+    // Fulfilled by the recognizer thread when the session has ended.
+    QPromise<void> m_done;
+    QFuture<void> m_doneFuture;
+    std::once_flag m_endOnce;
+};
+
+} // namespace murmurly

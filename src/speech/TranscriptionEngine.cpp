@@ -1,0 +1,188 @@
+#include "speech/TranscriptionEngine.h"
+
+#include "core/Log.h"
+#include "speech/LanguageTag.h"
+#include "speech/MurmurlyError.h"
+
+#include <algorithm>
+#include <coroutine>
+#include <exception>
+
+namespace murmurly {
+
+namespace {
+
+// An expired time limit.
+struct TimeoutError : std::exception {
+    const char* what() const noexcept override { return "TimeoutError"; }
+};
+
+// First of an operation and a sleeper to finish decides; the other finds the race decided and
+// ends without effect.
+struct Race {
+    bool decided = false;
+    std::exception_ptr error;
+    std::coroutine_handle<> waiter;
+
+    void decide(std::exception_ptr outcome) {
+        if (decided) return;
+        decided = true;
+        error = std::move(outcome);
+        if (waiter) std::exchange(waiter, nullptr).resume();
+    }
+};
+
+struct RaceAwaiter {
+    Race& race;
+    bool await_ready() const noexcept { return race.decided; }
+    void await_suspend(std::coroutine_handle<> handle) noexcept { race.waiter = handle; }
+    void await_resume() const noexcept {}
+};
+
+QCoro::Task<> runOperation(std::shared_ptr<Race> race, QCoro::Task<> operation) {
+    std::exception_ptr error;
+    try {
+        co_await std::move(operation);
+    } catch (...) {
+        error = std::current_exception();
+    }
+    race->decide(error);
+}
+
+// Sleeps in short steps up to the deadline and gives up as soon as the race is decided, so that a
+// limit that did not expire leaves no timer behind for long (a Clock sleep cannot be cancelled).
+QCoro::Task<> runSleeper(std::shared_ptr<Race> race, Clock& clock, std::chrono::milliseconds limit) {
+    constexpr std::chrono::milliseconds step{250};
+    const Clock::TimePoint deadline = clock.now() + limit;
+    while (!race->decided) {
+        const auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock.now());
+        if (remaining <= std::chrono::milliseconds::zero()) {
+            race->decide(std::make_exception_ptr(TimeoutError{}));
+            break;
+        }
+        co_await clock.sleep(std::min(remaining, step));
+    }
+}
+
+QString describe(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const MurmurlyError& e) {
+        return e.description();
+    } catch (const std::exception& e) {
+        return QString::fromUtf8(e.what());
+    } catch (...) {
+        return QStringLiteral("unknown error");
+    }
+}
+
+} // namespace
+
+TranscriptionEngine::TranscriptionEngine(SpeechBackend& backend, Clock& clock, const QString& language)
+    : m_backend(backend)
+    , m_clock(clock)
+    , m_language(language)
+    , m_session(backend.makeSession(language))
+    , m_finalizedText(std::make_shared<QString>()) {
+}
+
+TranscriptionEngine::~TranscriptionEngine() {
+    // A reader still waiting must not wait for a session that is going away.
+    if (m_session) m_session->results()->cancel();
+    if (m_inputContinuation) m_inputContinuation->finish();
+}
+
+QCoro::Task<std::shared_ptr<AnalyzerInputStream>> TranscriptionEngine::start() {
+    m_inputContinuation = std::make_shared<AnalyzerInputStream>();
+    m_recognitionTask.emplace(consumeResults(m_session->results(), m_finalizedText));
+    m_session->start(m_inputContinuation);
+    std::shared_ptr<AnalyzerInputStream> input = m_inputContinuation;
+    co_return input;
+}
+
+QCoro::Task<> TranscriptionEngine::consumeResults(std::shared_ptr<ResultStream> results,
+                                                  std::shared_ptr<QString> text) {
+    try {
+        while (std::optional<TranscriptionResult> result = co_await results->next()) {
+            // Segments carry their own spacing: joined as delivered, trimmed once at the end.
+            if (result->isFinal) text->append(result->text);
+        }
+    } catch (const std::exception& e) {
+        qCCritical(lcApp, "Transcriber results stream failed: %s", e.what());
+    }
+}
+
+QCoro::Task<QString> TranscriptionEngine::finish() {
+    if (m_inputContinuation) {
+        m_inputContinuation->finish();
+        m_inputContinuation.reset();
+    }
+
+    std::exception_ptr finalizeError;
+    try {
+        co_await withTimeout(m_clock, finalizeLimit, m_session->finalizeAndFinishThroughEndOfInput());
+    } catch (...) {
+        finalizeError = std::current_exception();
+    }
+    if (finalizeError) {
+        qCCritical(lcApp, "Finalize failed or timed out (%s) — cancelling analysis",
+                   qUtf8Printable(describe(finalizeError)));
+        m_session->cancelAndFinishNow();
+    }
+
+    if (!m_recognitionTask) co_return m_finalizedText->trimmed();
+
+    bool timedOut = false;
+    try {
+        co_await withTimeout(m_clock, resultsWaitLimit, std::move(*m_recognitionTask));
+    } catch (const TimeoutError&) {
+        timedOut = true;
+    } catch (...) {
+    }
+    if (timedOut) m_session->results()->cancel();
+    m_recognitionTask.reset();
+    co_return m_finalizedText->trimmed();
+}
+
+QCoro::Task<> TranscriptionEngine::cancel() {
+    if (m_inputContinuation) {
+        m_inputContinuation->finish();
+        m_inputContinuation.reset();
+    }
+    m_session->cancelAndFinishNow();
+    if (m_recognitionTask) {
+        m_session->results()->cancel();
+        m_recognitionTask.reset();
+    }
+    co_return;
+}
+
+QCoro::Task<bool> TranscriptionEngine::isModelInstalled(SpeechBackend& backend, const QString& language) {
+    const QString wanted = bcp47Identifier(language);
+    for (const QString& installed : backend.installedLanguages())
+        if (bcp47Identifier(installed) == wanted) co_return true;
+    co_return false;
+}
+
+QCoro::Task<> TranscriptionEngine::installModel(SpeechBackend& backend, const QString& language) {
+    const QString wanted = bcp47Identifier(language);
+    const QStringList supported = backend.supportedLanguages();
+    const auto found = std::find_if(supported.begin(), supported.end(), [&](const QString& candidate) {
+        return bcp47Identifier(candidate) == wanted;
+    });
+    if (found == supported.end()) throw MurmurlyError::modelUnsupported();
+    // Nothing to do when the model is already present.
+    std::unique_ptr<ModelInstallRequest> request = backend.installRequest(*found);
+    if (request) co_await request->downloadAndInstall();
+}
+
+QCoro::Task<> TranscriptionEngine::withTimeout(Clock& clock, std::chrono::milliseconds limit,
+                                               QCoro::Task<> operation) {
+    auto race = std::make_shared<Race>();
+    runOperation(race, std::move(operation));
+    if (!race->decided) runSleeper(race, clock, limit);
+    co_await RaceAwaiter{*race};
+    if (race->error) std::rethrow_exception(race->error);
+}
+
+} // namespace murmurly

@@ -1,0 +1,161 @@
+#include "platform/linux/PocketsphinxBackend.h"
+#include "LogCapture.h"
+#include "SpeechCorpus.h"
+#include "SpeechTestSupport.h"
+#include "TemporaryHome.h"
+#include "core/SystemClock.h"
+#include "speech/MurmurlyError.h"
+#include "speech/TranscriptionEngine.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+using namespace murmurly;
+using namespace murmurly::testing;
+
+namespace {
+
+const QString debianModels = QStringLiteral("/usr/share/pocketsphinx/model");
+
+// One backend for the suite, so the model is loaded once as in the program.
+PocketsphinxBackend& sharedBackend() {
+    static PocketsphinxBackend backend({debianModels});
+    return backend;
+}
+
+QString transcribe(PocketsphinxBackend& backend, const std::vector<std::int16_t>& samples) {
+    SystemClock clock;
+    TranscriptionEngine engine(backend, clock, QStringLiteral("en-US"));
+    std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
+    feed(*input, samples);
+    const QString text = runTask(engine.finish());
+    runEventLoopFor(300);
+    return text;
+}
+
+} // namespace
+
+TEST(PocketsphinxBackend, DebiansEnUsModelReadsAsEnUS) {
+    PocketsphinxBackend backend({debianModels});
+    EXPECT_EQ(backend.installedLanguages(), QStringList{QStringLiteral("en-US")});
+    EXPECT_EQ(backend.supportedLanguages(), backend.installedLanguages());
+    const std::optional<PocketsphinxModel> model = backend.model(QStringLiteral("en-US"));
+    ASSERT_TRUE(model);
+    EXPECT_EQ(model->acousticModel, debianModels + QStringLiteral("/en-us/en-us"));
+    EXPECT_EQ(model->dictionary, debianModels + QStringLiteral("/en-us/cmudict-en-us.dict"));
+    EXPECT_EQ(model->languageModel, debianModels + QStringLiteral("/en-us/en-us.lm.bin"));
+}
+
+TEST(PocketsphinxBackend, ModelsInTheUsersDataFolderAreLanguagesToo) {
+    TemporaryHome home;
+    const QString folder = home.dataHome() + QStringLiteral("/murmurly/models/en-GB");
+    ASSERT_TRUE(QDir().mkpath(folder));
+    ASSERT_TRUE(
+        QFile::link(debianModels + QStringLiteral("/en-us/en-us"), folder + QStringLiteral("/acoustic")));
+    ASSERT_TRUE(QFile::link(debianModels + QStringLiteral("/en-us/cmudict-en-us.dict"),
+                            folder + QStringLiteral("/words.dict")));
+    ASSERT_TRUE(QFile::link(debianModels + QStringLiteral("/en-us/en-us.lm.bin"),
+                            folder + QStringLiteral("/words.lm.bin")));
+    // A folder without a language model is no language.
+    const QString incomplete = home.dataHome() + QStringLiteral("/murmurly/models/de-DE");
+    ASSERT_TRUE(QDir().mkpath(incomplete));
+    ASSERT_TRUE(
+        QFile::link(debianModels + QStringLiteral("/en-us/en-us"), incomplete + QStringLiteral("/acoustic")));
+
+    PocketsphinxBackend backend; // the default folders, read now that XDG_DATA_HOME points home
+    EXPECT_EQ(PocketsphinxBackend::defaultModelRoots().first(),
+              home.dataHome() + QStringLiteral("/murmurly/models"));
+    EXPECT_EQ(backend.installedLanguages(), (QStringList{QStringLiteral("en-GB"), QStringLiteral("en-US")}));
+    EXPECT_TRUE(runTask(TranscriptionEngine::isModelInstalled(backend, QStringLiteral("en-GB"))));
+    EXPECT_FALSE(runTask(TranscriptionEngine::isModelInstalled(backend, QStringLiteral("de-DE"))));
+}
+
+TEST(PocketsphinxBackend, InstallingALanguageWithoutAModelThrowsModelUnsupported) {
+    PocketsphinxBackend backend({debianModels});
+    try {
+        runTask(TranscriptionEngine::installModel(backend, QStringLiteral("fr-FR")));
+        FAIL() << "installModel should have thrown";
+    } catch (const MurmurlyError& error) {
+        EXPECT_EQ(error.code(), MurmurlyError::Code::modelUnsupported);
+    }
+    // A present model needs nothing.
+    EXPECT_NO_THROW(runTask(TranscriptionEngine::installModel(backend, QStringLiteral("en-US"))));
+}
+
+TEST(PocketsphinxBackend, TheBestAudioFormatIs16kMono16Bit) {
+    PocketsphinxBackend backend({debianModels});
+    EXPECT_EQ(backend.bestAudioFormat(QStringLiteral("en-US")), AudioFormat::int16(16000, 1));
+    EXPECT_EQ(backend.bestAudioFormat(QStringLiteral("fr-FR")), std::nullopt);
+}
+
+TEST(PocketsphinxBackend, TheDecoderIsLoadedOnceAndItsMessagesGoToTheDebugLog) {
+    LogCapture log;
+    PocketsphinxBackend backend({debianModels});
+    backend.prepare(QStringLiteral("en-US"));
+    const std::shared_ptr<PocketsphinxDecoder> first = backend.decoder(QStringLiteral("en-US"));
+    const std::shared_ptr<PocketsphinxDecoder> second = backend.decoder(QStringLiteral("en-US"));
+    EXPECT_EQ(first.get(), second.get());
+    const QList<LogCapture::Entry> entries = log.entries();
+    int fromPocketsphinx = 0;
+    for (const LogCapture::Entry& entry : entries) {
+        if (!entry.message.startsWith(QStringLiteral("pocketsphinx: "))) continue;
+        ++fromPocketsphinx;
+        EXPECT_EQ(entry.type, QtDebugMsg) << entry.message.toStdString();
+    }
+    EXPECT_GT(fromPocketsphinx, 10);
+}
+
+TEST(PocketsphinxBackend, SilenceGivesAnEmptyTranscript) {
+    const std::vector<std::int16_t> silence(16000 * 3, 0);
+    EXPECT_EQ(transcribe(sharedBackend(), silence), QString());
+}
+
+TEST(PocketsphinxBackend, ADictationOfNearSilenceDoesNotSpoilTheNextOne) {
+    const WavAudio sentence =
+        readWav(libriVoxFolder() + QStringLiteral("/sense_and_sensibility_01_austen_64kb-0880.wav"));
+    ASSERT_EQ(sentence.sampleRate, 16000);
+    // What a muted or very quiet microphone delivers: a hiss of one or two steps.
+    std::vector<std::int16_t> hiss(16000 * 3);
+    std::uint32_t seed = 12345;
+    for (std::int16_t& sample : hiss) {
+        seed = seed * 1664525u + 1013904223u;
+        sample = std::int16_t(int(seed >> 30) - 2);
+    }
+
+    // Fresh backends, so that only what each hears here shapes it.
+    PocketsphinxBackend control({debianModels});
+    const QString expected = transcribe(control, sentence.samples);
+
+    PocketsphinxBackend backend({debianModels});
+    EXPECT_EQ(transcribe(backend, hiss), QString());
+    const QString text = transcribe(backend, sentence.samples);
+    EXPECT_EQ(text.toStdString(), expected.toStdString());
+    EXPECT_TRUE(text.endsWith(QStringLiteral(" man"))) << text.toStdString();
+}
+
+TEST(PocketsphinxBackend, LibriVoxSentencesFedAsBuffersAreRecognizedAsWellAsByPocketsphinxContinuous) {
+    const QList<Utterance> utterances = libriVoxUtterances();
+    ASSERT_EQ(utterances.size(), 5);
+    WordErrors ours;
+    WordErrors reference;
+    for (const Utterance& utterance : utterances) {
+        const WavAudio audio = readWav(utterance.wavPath);
+        ASSERT_EQ(audio.sampleRate, 16000);
+        const QString text = transcribe(sharedBackend(), audio.samples);
+        const ReferenceDecode continuous = decodeWithPocketsphinxContinuous(utterance.wavPath);
+        ASSERT_TRUE(continuous.ok);
+        ours += wordErrors(utterance.reference, text);
+        reference += wordErrors(utterance.reference, continuous.text);
+        std::printf("%s\n  murmurly:   %s\n  continuous: %s\n", qPrintable(utterance.id), qPrintable(text),
+                    qPrintable(continuous.text));
+    }
+    std::printf(
+        "WER murmurly (buffers from file) %.1f%% (%d/%d), pocketsphinx_continuous -infile %.1f%% (%d/%d)\n",
+        ours.rate(), ours.errors, ours.referenceWords, reference.rate(), reference.errors,
+        reference.referenceWords);
+    EXPECT_LE(ours.rate(), reference.rate() + 3.0);
+}

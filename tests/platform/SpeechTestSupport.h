@@ -1,0 +1,67 @@
+#pragma once
+
+#include "SpeechCorpus.h"
+#include "speech/AnalyzerInputStream.h"
+#include "speech/AudioBuffer.h"
+#include "speech/TranscriptionEngine.h"
+
+#include <QCoroTask>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <exception>
+#include <memory>
+
+namespace murmurly::testing {
+
+// QCoro::waitFor never returns from a task that throws; this carries the exception out.
+template <typename T> T runTask(QCoro::Task<T> task) {
+    std::exception_ptr error;
+    std::optional<T> value;
+    auto wrapper = [](QCoro::Task<T> inner, std::optional<T>& out, std::exception_ptr& err) -> QCoro::Task<> {
+        try {
+            out = co_await std::move(inner);
+        } catch (...) {
+            err = std::current_exception();
+        }
+    };
+    QCoro::waitFor(wrapper(std::move(task), value, error));
+    if (error) std::rethrow_exception(error);
+    return std::move(*value);
+}
+
+inline void runTask(QCoro::Task<> task) {
+    std::exception_ptr error;
+    auto wrapper = [](QCoro::Task<> inner, std::exception_ptr& err) -> QCoro::Task<> {
+        try {
+            co_await std::move(inner);
+        } catch (...) {
+            err = std::current_exception();
+        }
+    };
+    QCoro::waitFor(wrapper(std::move(task), error));
+    if (error) std::rethrow_exception(error);
+}
+
+// Lets the main loop run for `ms` milliseconds: queued results arrive, and the time limits that
+// finish() no longer needs run out (they check in at least every quarter second).
+inline void runEventLoopFor(int ms) {
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+// Writes 16 kHz mono samples into a recognizer input in the buffer size the capture path
+// produces (4096 microphone frames at 48 kHz become 1365 or so).
+inline void feed(AnalyzerInputStream& input, const std::vector<std::int16_t>& samples,
+                 std::size_t framesPerBuffer = 1365) {
+    for (std::size_t offset = 0; offset < samples.size(); offset += framesPerBuffer) {
+        const std::size_t frames = std::min(framesPerBuffer, samples.size() - offset);
+        AudioBuffer buffer = *AudioBuffer::allocate(AudioFormat::int16(16000, 1), std::int64_t(frames));
+        buffer.setFrameLength(std::int64_t(frames));
+        std::copy_n(samples.begin() + std::ptrdiff_t(offset), frames, buffer.int16Samples());
+        input.yield(AnalyzerInput{std::move(buffer)});
+    }
+}
+
+} // namespace murmurly::testing

@@ -1,0 +1,138 @@
+#pragma once
+
+#include "speech/SpeechBackend.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <coroutine>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace murmurly::testing {
+
+// How a fake session behaves; the test sets it on the backend before the engine is made.
+struct FakeSessionScript {
+    enum class Finalize { completes, hangs, fails };
+
+    // Results written when finalisation runs, before it completes.
+    std::vector<TranscriptionResult> finalResults;
+    Finalize finalize = Finalize::completes;
+    // Whether the results stream ends when finalisation completes / when cancelled. A session
+    // that ends neither leaves its results reader waiting forever.
+    bool endResultsOnFinalize = true;
+    bool endResultsOnCancel = true;
+    std::optional<QString> startError;
+};
+
+// A recognizer session the test drives: results are written by the test (or by the script at
+// finalisation), audio is only collected.
+class FakeRecognizerSession final : public RecognizerSession {
+public:
+    explicit FakeRecognizerSession(FakeSessionScript script)
+        : m_script(std::move(script))
+        , m_results(ResultStream::create()) {}
+    ~FakeRecognizerSession() override { releaseFinalizer(); }
+
+    std::shared_ptr<ResultStream> results() override { return m_results; }
+
+    void start(std::shared_ptr<AnalyzerInputStream> input) override {
+        if (m_script.startError) throw std::runtime_error(m_script.startError->toStdString());
+        m_input = std::move(input);
+        m_started = true;
+    }
+
+    QCoro::Task<> finalizeAndFinishThroughEndOfInput() override {
+        ++m_finalizeCalls;
+        for (const TranscriptionResult& result : m_script.finalResults)
+            m_results->yield(result);
+        switch (m_script.finalize) {
+        case FakeSessionScript::Finalize::completes:
+            break;
+        case FakeSessionScript::Finalize::fails:
+            throw std::runtime_error("the recognizer could not finalise");
+        case FakeSessionScript::Finalize::hangs:
+            co_await Hang{this};
+            co_return;
+        }
+        if (m_script.endResultsOnFinalize) m_results->finish();
+    }
+
+    void cancelAndFinishNow() override {
+        ++m_cancelCalls;
+        if (m_script.endResultsOnCancel) m_results->finish();
+        releaseFinalizer();
+    }
+
+    bool started() const { return m_started; }
+    int finalizeCalls() const { return m_finalizeCalls; }
+    int cancelCalls() const { return m_cancelCalls; }
+    const std::shared_ptr<AnalyzerInputStream>& input() const { return m_input; }
+
+private:
+    struct Hang {
+        FakeRecognizerSession* session;
+        bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> handle) noexcept { session->m_hungFinalizer = handle; }
+        void await_resume() const noexcept {}
+    };
+
+    // A finalisation that hangs ends only when the session is cancelled or destroyed.
+    void releaseFinalizer() {
+        if (m_hungFinalizer) std::exchange(m_hungFinalizer, nullptr).resume();
+    }
+
+    FakeSessionScript m_script;
+    std::shared_ptr<ResultStream> m_results;
+    std::shared_ptr<AnalyzerInputStream> m_input;
+    std::coroutine_handle<> m_hungFinalizer;
+    bool m_started = false;
+    int m_finalizeCalls = 0;
+    int m_cancelCalls = 0;
+};
+
+class FakeInstallRequest final : public ModelInstallRequest {
+public:
+    explicit FakeInstallRequest(int& downloads)
+        : m_downloads(downloads) {}
+    QCoro::Task<> downloadAndInstall() override {
+        ++m_downloads;
+        co_return;
+    }
+
+private:
+    int& m_downloads;
+};
+
+// Languages, installs and sessions as the test sets them up.
+class FakeSpeechBackend final : public SpeechBackend {
+public:
+    QStringList installedLanguages() override { return installed; }
+    QStringList supportedLanguages() override { return supported; }
+    std::unique_ptr<ModelInstallRequest> installRequest(const QString& language) override {
+        requestedInstalls.append(language);
+        if (installed.contains(language)) return nullptr;
+        return std::make_unique<FakeInstallRequest>(downloads);
+    }
+    std::optional<AudioFormat> bestAudioFormat(const QString&) override { return format; }
+    std::unique_ptr<RecognizerSession> makeSession(const QString& language) override {
+        sessionLanguages.append(language);
+        auto session = std::make_unique<FakeRecognizerSession>(script);
+        lastSession = session.get();
+        return session;
+    }
+
+    QStringList installed{QStringLiteral("en-US")};
+    QStringList supported{QStringLiteral("en-US")};
+    std::optional<AudioFormat> format = AudioFormat::int16(16000, 1);
+    FakeSessionScript script;
+
+    int downloads = 0;
+    QStringList requestedInstalls;
+    QStringList sessionLanguages;
+    FakeRecognizerSession* lastSession = nullptr; // owned by the engine that asked for it
+};
+
+} // namespace murmurly::testing
