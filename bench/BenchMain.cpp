@@ -21,9 +21,11 @@ public:
         for (const Run& run : runs) {
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
-            if (median || single)
-                m_medians[run.run_name.function_name] =
-                    run.GetAdjustedRealTime() * unitSeconds(run.time_unit);
+            if (!median && !single) continue;
+            std::string name = run.run_name.function_name;
+            if (!run.run_name.args.empty()) name += "/" + run.run_name.args;
+            m_medians[name] = {run.run_name.function_name,
+                               run.GetAdjustedRealTime() * unitSeconds(run.time_unit)};
         }
     }
 
@@ -31,8 +33,9 @@ public:
         ConsoleReporter::Finalize();
         std::printf("\nFigures (median wall time)\n");
         std::printf("%-36s %14s  %-28s %s\n", "benchmark", "median", "goal", "vs reference");
-        for (const auto& [name, seconds] : m_medians) {
-            const auto* figure = murmurly::bench::figureFor(name);
+        for (const auto& [name, measured] : m_medians) {
+            const double seconds = measured.seconds;
+            const auto* figure = murmurly::bench::figureFor(measured.function);
             std::string goal = "-";
             std::string verdict;
             if (figure && figure->goalSeconds) {
@@ -44,7 +47,7 @@ public:
                 const auto it = m_medians.find(*figure->reference);
                 if (it != m_medians.end() && seconds > 0) {
                     char text[96];
-                    std::snprintf(text, sizeof text, "%.1fx faster than %s", it->second / seconds,
+                    std::snprintf(text, sizeof text, "%.1fx faster than %s", it->second.seconds / seconds,
                                   figure->reference->c_str());
                     ratio = text;
                 }
@@ -74,7 +77,11 @@ private:
         return 1.0;
     }
 
-    std::map<std::string, double> m_medians;
+    struct Measured {
+        std::string function;
+        double seconds = 0;
+    };
+    std::map<std::string, Measured> m_medians; // by benchmark name with its arguments
 };
 
 } // namespace

@@ -8,6 +8,8 @@
 #include <QCoroTask>
 #include <QElapsedTimer>
 
+#include "Figures.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -142,6 +144,11 @@ void BM_ReleaseToTranscript(benchmark::State& state) {
                        "model load) in the time shown")
             .toStdString());
 }
+const bool figures = [] {
+    bench::addFigure("BM_ReleaseToTranscript", {"p50 <= 100 ms", 0.100, std::nullopt});
+    return true;
+}();
+
 BENCHMARK(BM_ReleaseToTranscript)
     ->DenseRange(0, 4)
     ->Iterations(3)
