@@ -1,0 +1,7 @@
+#include "core/Log.h"
+
+namespace murmurly {
+
+Q_LOGGING_CATEGORY(lcApp, "com.qv.murmurly.app")
+
+} // namespace murmurly
