@@ -198,3 +198,21 @@ TEST(XTestPasteKeys, NoChordWhenTheDisplayCannotBeOpened) {
     XTestPasteKeys keys(defaults, deadDisplay);
     EXPECT_FALSE(keys.paste());
 }
+
+TEST_F(X11TextInserterTest, TheTextReachesTheClipboardEvenWhenAnotherClientCopiedAfterOurLastEvent) {
+    // The X server ignores a claim on the clipboard stamped earlier than the current owner's: the
+    // window copies after a key event of its own, which this process never sees.
+    keepRunning(std::chrono::milliseconds(300));
+    XTestKeyboard keyboard;
+    ASSERT_TRUE(keyboard.isOpen());
+    keyboard.tap(XK_x);
+    ASSERT_TRUE(window.waitForText(QStringLiteral("x")));
+    ASSERT_TRUE(window.command("clip-text", "copied just now"));
+    ASSERT_TRUE(
+        waitUntil([] { return QGuiApplication::clipboard()->text() == QStringLiteral("copied just now"); }));
+
+    clipboard.writeText(QStringLiteral("dictated"));
+    const auto during = window.clipboard();
+    ASSERT_TRUE(during.has_value());
+    EXPECT_EQ(bytesOf(*during, plainText), QByteArray("dictated"));
+}
