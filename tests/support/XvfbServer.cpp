@@ -80,6 +80,16 @@ XvfbServer::XvfbServer() {
     m_displayName = ':' + number.trimmed();
 }
 
+QByteArray XvfbServer::unusedDisplayName() {
+    for (int number = 60000; number < 65000; ++number) {
+        const QByteArray lock = "/tmp/.X" + QByteArray::number(number) + "-lock";
+        const QByteArray socket = "/tmp/.X11-unix/X" + QByteArray::number(number);
+        if (access(lock.constData(), F_OK) != 0 && access(socket.constData(), F_OK) != 0)
+            return ':' + QByteArray::number(number);
+    }
+    return ":65000";
+}
+
 XvfbServer::~XvfbServer() {
     kill();
 }

@@ -25,6 +25,11 @@ public:
     // Ends the server at once, as a crash or a logout would.
     void kill();
 
+    // A display name no server answers to: far above the numbers servers pick for themselves, and
+    // without a lock file. (A server started and stopped would free its number for the next test
+    // process running in parallel.)
+    static QByteArray unusedDisplayName();
+
 private:
     pid_t m_pid = -1;
     QByteArray m_displayName;
