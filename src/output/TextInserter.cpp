@@ -1,0 +1,69 @@
+#include "output/TextInserter.h"
+
+#include "core/Log.h"
+
+#include <coroutine>
+
+namespace murmurly {
+
+// The wait between the chord and the restore. It ends when the clock's sleep ends or when the
+// insertion is cancelled, whichever comes first; the other one then finds it over.
+struct TextInserter::PendingRestore {
+    std::coroutine_handle<> waiter;
+    bool over = false;
+
+    void end() {
+        if (over) return;
+        over = true;
+        if (const auto handle = std::exchange(waiter, {})) handle.resume();
+    }
+
+    struct Awaiter {
+        PendingRestore& pending;
+        bool await_ready() const noexcept { return pending.over; }
+        void await_suspend(std::coroutine_handle<> handle) noexcept { pending.waiter = handle; }
+        void await_resume() const noexcept {}
+    };
+};
+
+TextInserter::TextInserter(Clipboard& clipboard, PasteKeys& pasteKeys, Clock& clock)
+    : m_clipboard(clipboard)
+    , m_pasteKeys(pasteKeys)
+    , m_clock(clock) {
+}
+
+TextInserter::~TextInserter() {
+    cancel();
+}
+
+QCoro::Task<> TextInserter::insert(QString text) {
+    const ClipboardSnapshot previous = m_clipboard.snapshot();
+    m_clipboard.writeText(text);
+    if (!m_pasteKeys.paste()) qCCritical(lcApp, "Failed to create Ctrl+V key events");
+
+    auto pending = std::make_shared<PendingRestore>();
+    m_pending.append(pending);
+    {
+        QCoro::Task<> sleeper =
+            endAfter(m_clock, std::chrono::milliseconds(m_restoreDelayMilliseconds), pending);
+    } // detached: it ends the wait when the sleep is over, unless cancel() did first
+    co_await PendingRestore::Awaiter{*pending};
+    m_pending.removeOne(pending);
+
+    m_clipboard.restore(previous);
+}
+
+void TextInserter::cancel() {
+    // Ending a wait resumes its insertion, which removes it from the list: work on a copy.
+    const auto pending = m_pending;
+    for (const auto& wait : pending)
+        wait->end();
+}
+
+QCoro::Task<> TextInserter::endAfter(Clock& clock, std::chrono::milliseconds delay,
+                                     std::shared_ptr<PendingRestore> pending) {
+    co_await clock.sleep(delay);
+    pending->end();
+}
+
+} // namespace murmurly

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "output/PasteKeys.h"
+
+#include <QByteArray>
+#include <QStringList>
+
+struct _XDisplay;
+
+namespace murmurly {
+
+class Defaults;
+
+// The paste chord made with the X server's XTest extension: Ctrl+V, or Ctrl+Shift+V when the
+// focused window belongs to a terminal emulator (where Ctrl+V goes to the program inside). Any
+// modifier the user is holding (the trigger, say) is let go around the chord and pressed again
+// after it, so the application sees exactly the chord. Used on the main thread.
+class XTestPasteKeys final : public PasteKeys {
+public:
+    // Preference key: window classes to treat as terminals besides the built-in ones, separated
+    // by commas.
+    static inline const QString terminalClassesKey = QStringLiteral("terminalWindowClasses");
+
+    // An empty display name means the DISPLAY of the environment.
+    explicit XTestPasteKeys(const Defaults& defaults, QByteArray displayName = {});
+    ~XTestPasteKeys() override;
+    XTestPasteKeys(const XTestPasteKeys&) = delete;
+    XTestPasteKeys& operator=(const XTestPasteKeys&) = delete;
+
+    bool paste() override;
+
+    // WM_CLASS names (lower case) of the common terminal emulators.
+    static const QStringList& builtInTerminalClasses();
+    // Whether a window of this WM_CLASS is a terminal, by the built-in list and the preference.
+    bool isTerminal(const QString& instanceName, const QString& className) const;
+
+private:
+    _XDisplay* display();
+
+    const Defaults& m_defaults;
+    QByteArray m_displayName;
+    _XDisplay* m_display = nullptr;
+};
+
+} // namespace murmurly

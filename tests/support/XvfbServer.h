@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <sys/types.h>
+
+namespace murmurly::testing {
+
+// A private X server for one test process: Xvfb on a display number it picks itself among the free
+// ones, never the user's display. Started by the constructor (bounded wait), killed by the
+// destructor.
+class XvfbServer {
+public:
+    XvfbServer();
+    ~XvfbServer();
+    XvfbServer(const XvfbServer&) = delete;
+    XvfbServer& operator=(const XvfbServer&) = delete;
+
+    bool isRunning() const { return m_pid > 0; }
+    QString error() const { return m_error; }
+    // ":N", for XOpenDisplay and DISPLAY.
+    QByteArray displayName() const { return m_displayName; }
+
+    // Ends the server at once, as a crash or a logout would.
+    void kill();
+
+    // A display name no server answers to: far above the numbers servers pick for themselves, and
+    // without a lock file. (A server started and stopped would free its number for the next test
+    // process running in parallel.)
+    static QByteArray unusedDisplayName();
+
+private:
+    pid_t m_pid = -1;
+    QByteArray m_displayName;
+    QString m_error;
+};
+
+} // namespace murmurly::testing
