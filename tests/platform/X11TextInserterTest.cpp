@@ -46,6 +46,19 @@ QCoro::Task<> insertThenNote(TextInserter& inserter, QString text, bool& done) {
     done = true;
 }
 
+// The clipboard as the window sees it once it shows what `expected` describes, or as it last saw
+// it when 5 s passed. The window learns of a new clipboard owner through an X event that may reach
+// it after the command asking it to look.
+template <typename Expected>
+std::optional<Types> clipboardOnceItShows(TextFieldWindowProcess& window, Expected expected) {
+    std::optional<Types> seen;
+    waitUntil([&] {
+        seen = window.clipboard();
+        return seen && expected(*seen);
+    });
+    return seen;
+}
+
 class X11TextInserterTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(window.isReady()); }
@@ -91,7 +104,8 @@ TEST_F(X11TextInserterTest, AnImageWithItsTextTwinComesBackWithTheSameBytesAndTh
     EXPECT_TRUE(window.waitForText(QStringLiteral("word")));
     EXPECT_EQ(window.keyEventsOf(XK_v).value(0), QStringLiteral("press 76 C")); // Ctrl+V, nothing else
 
-    const auto after = window.clipboard();
+    const auto after =
+        clipboardOnceItShows(window, [](const Types& types) { return bytesOf(types, png).has_value(); });
     ASSERT_TRUE(after.has_value());
     EXPECT_EQ(bytesOf(*after, png), bytesOf(*before, png));
     EXPECT_EQ(bytesOf(*after, plainText), bytesOf(*before, plainText));
@@ -100,12 +114,12 @@ TEST_F(X11TextInserterTest, AnImageWithItsTextTwinComesBackWithTheSameBytesAndTh
 
 TEST_F(X11TextInserterTest, AnEmptyClipboardIsEmptyAgainAfterwards) {
     QGuiApplication::clipboard()->clear(); // in case an earlier test in this process left content
-    const auto before = window.clipboard();
+    const auto before = clipboardOnceItShows(window, [](const Types& types) { return types.isEmpty(); });
     ASSERT_TRUE(before.has_value());
     ASSERT_TRUE(before->isEmpty());
     ASSERT_TRUE(insertNow(QStringLiteral("nothing stays")));
     EXPECT_TRUE(window.waitForText(QStringLiteral("nothing stays")));
-    const auto after = window.clipboard();
+    const auto after = clipboardOnceItShows(window, [](const Types& types) { return types.isEmpty(); });
     ASSERT_TRUE(after.has_value());
     EXPECT_TRUE(after->isEmpty()) << after->size();
 }
@@ -113,7 +127,8 @@ TEST_F(X11TextInserterTest, AnEmptyClipboardIsEmptyAgainAfterwards) {
 TEST_F(X11TextInserterTest, TheTransientTextIsMarkedForClipboardManagers) {
     auto task = inserter.insert(QStringLiteral("secret words"));
     ASSERT_TRUE(window.waitForText(QStringLiteral("secret words")));
-    const auto during = window.clipboard();
+    const auto during = clipboardOnceItShows(
+        window, [](const Types& types) { return bytesOf(types, plainText) == QByteArray("secret words"); });
     ASSERT_TRUE(during.has_value());
     EXPECT_EQ(bytesOf(*during, QtClipboard::passwordManagerHintType), QByteArray("secret"));
     EXPECT_EQ(bytesOf(*during, plainText), QByteArray("secret words"));
@@ -133,7 +148,8 @@ TEST_F(X11TextInserterTest, AChangeByAnotherClientDuringTheWaitIsOverwritten) {
 
     clock.advance(180ms);
     EXPECT_TRUE(task.isReady());
-    const auto after = window.clipboard();
+    const auto after = clipboardOnceItShows(
+        window, [](const Types& types) { return bytesOf(types, plainText) == QByteArray("mine"); });
     ASSERT_TRUE(after.has_value());
     EXPECT_EQ(bytesOf(*after, plainText), QByteArray("mine"));
 }
@@ -207,7 +223,8 @@ TEST_F(X11TextInserterTest, TheTextReachesTheClipboardEvenWhenAnotherClientCopie
         waitUntil([] { return QGuiApplication::clipboard()->text() == QStringLiteral("copied just now"); }));
 
     clipboard.writeText(QStringLiteral("dictated"));
-    const auto during = window.clipboard();
+    const auto during = clipboardOnceItShows(
+        window, [](const Types& types) { return bytesOf(types, plainText) == QByteArray("dictated"); });
     ASSERT_TRUE(during.has_value());
     EXPECT_EQ(bytesOf(*during, plainText), QByteArray("dictated"));
 }
