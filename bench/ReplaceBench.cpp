@@ -63,15 +63,9 @@ const Workload& workload() {
     return w;
 }
 
-QString eachRuleInTurn(const QList<ReplacementRule>& rules, QString text) {
-    for (const ReplacementRule& rule : rules)
-        if (auto replaced = TextReplacer::replaceMatches(rule, text)) text = std::move(*replaced);
-    return text;
-}
-
 void BM_ReplaceVocabulary20k(benchmark::State& state) {
     const Workload& w = workload();
-    const QString expected = eachRuleInTurn(w.rules, w.transcript);
+    const QString expected = TextReplacer::applyEveryRule(w.rules, w.transcript);
     if (TextReplacer::apply(w.rules, w.transcript) != expected || expected == w.transcript) {
         state.SkipWithError("result differs from running every rule in turn");
         return;
@@ -86,7 +80,7 @@ void BM_ReplaceVocabulary20k(benchmark::State& state) {
 void BM_ReplaceVocabulary20kEachRuleInTurn(benchmark::State& state) {
     const Workload& w = workload();
     for (auto _ : state)
-        benchmark::DoNotOptimize(eachRuleInTurn(w.rules, w.transcript));
+        benchmark::DoNotOptimize(TextReplacer::applyEveryRule(w.rules, w.transcript));
 }
 
 const bool figures = [] {

@@ -70,6 +70,13 @@ std::optional<QString> replaceMatches(const ReplacementRule& rule, const QString
     return result;
 }
 
+QString applyEveryRule(const QList<ReplacementRule>& rules, const QString& text) {
+    QString current = text;
+    for (const ReplacementRule& rule : rules)
+        if (auto replaced = replaceMatches(rule, current)) current = std::move(*replaced);
+    return current;
+}
+
 QString apply(const QList<ReplacementRule>& rules, const QString& text) {
     QString current = text;
     MatchPrefilter prefilter(rules);
