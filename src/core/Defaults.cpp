@@ -2,8 +2,14 @@
 
 namespace murmurly {
 
+QVariant Defaults::effectiveValue(const QString& key) const {
+    QVariant stored = value(key);
+    if (stored.isValid()) return stored;
+    return m_registered.value(key);
+}
+
 std::optional<bool> Defaults::boolValue(const QString& key) const {
-    const QVariant v = value(key);
+    const QVariant v = effectiveValue(key);
     switch (v.typeId()) {
     case QMetaType::Bool:
         return v.toBool();
@@ -19,7 +25,7 @@ std::optional<bool> Defaults::boolValue(const QString& key) const {
 }
 
 std::optional<qint64> Defaults::intValue(const QString& key) const {
-    const QVariant v = value(key);
+    const QVariant v = effectiveValue(key);
     switch (v.typeId()) {
     case QMetaType::Int:
     case QMetaType::LongLong:
@@ -37,13 +43,13 @@ std::optional<qint64> Defaults::intValue(const QString& key) const {
 }
 
 std::optional<QString> Defaults::stringValue(const QString& key) const {
-    const QVariant v = value(key);
+    const QVariant v = effectiveValue(key);
     if (v.typeId() == QMetaType::QString) return v.toString();
     return std::nullopt;
 }
 
 std::optional<QByteArray> Defaults::bytesValue(const QString& key) const {
-    const QVariant v = value(key);
+    const QVariant v = effectiveValue(key);
     if (v.typeId() == QMetaType::QByteArray) return v.toByteArray();
     return std::nullopt;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QString>
 #include <QVariant>
 
@@ -22,6 +23,10 @@ public:
 
     bool contains(const QString& key) const { return value(key).isValid(); }
 
+    // A fallback for `key` while nothing is stored under it. Registered values are never written;
+    // they are read by the typed readers below and live as long as this object.
+    void registerDefault(const QString& key, const QVariant& value) { m_registered.insert(key, value); }
+
     // Absent when the key is missing or holds something that is not of the asked type. Text
     // stores (INI) keep scalars as text, so "true"/"false" read as booleans and a whole decimal
     // number reads as an integer.
@@ -34,6 +39,12 @@ public:
     void setInt(const QString& key, qint64 value) { setValue(key, QVariant(value)); }
     void setString(const QString& key, const QString& value) { setValue(key, QVariant(value)); }
     void setBytes(const QString& key, const QByteArray& value) { setValue(key, QVariant(value)); }
+
+private:
+    // The stored value, else the registered one.
+    QVariant effectiveValue(const QString& key) const;
+
+    QHash<QString, QVariant> m_registered;
 };
 
 } // namespace murmurly

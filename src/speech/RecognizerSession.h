@@ -18,8 +18,9 @@ public:
     // Where this session's results appear; the stream ends when the session does.
     virtual std::shared_ptr<ResultStream> results() = 0;
 
-    // Begins recognizing what `input` delivers. Throws when the recognizer cannot start.
-    virtual void start(std::shared_ptr<AnalyzerInputStream> input) = 0;
+    // Begins recognizing what `input` delivers. May suspend while the recognizer gets ready (the
+    // controller's finish and cancel wait for it). Throws when the recognizer cannot start.
+    virtual QCoro::Task<> start(std::shared_ptr<AnalyzerInputStream> input) = 0;
 
     // Recognizes everything up to the end of the input, delivers the last results and ends the
     // results stream. Throws when finalisation fails. May take long; callers bound it.

@@ -95,8 +95,8 @@ TranscriptionEngine::~TranscriptionEngine() {
 QCoro::Task<std::shared_ptr<AnalyzerInputStream>> TranscriptionEngine::start() {
     m_inputContinuation = std::make_shared<AnalyzerInputStream>();
     m_recognitionTask.emplace(consumeResults(m_session->results(), m_finalizedText));
-    m_session->start(m_inputContinuation);
     std::shared_ptr<AnalyzerInputStream> input = m_inputContinuation;
+    co_await m_session->start(input);
     co_return input;
 }
 

@@ -25,24 +25,44 @@ struct FakeSessionScript {
     bool endResultsOnFinalize = true;
     bool endResultsOnCancel = true;
     std::optional<QString> startError;
+    // A start that waits until the test calls releaseStart() on the session.
+    bool startWaits = false;
 };
 
 // A recognizer session the test drives: results are written by the test (or by the script at
 // finalisation), audio is only collected.
 class FakeRecognizerSession final : public RecognizerSession {
 public:
-    explicit FakeRecognizerSession(FakeSessionScript script)
+    explicit FakeRecognizerSession(FakeSessionScript script, std::shared_ptr<int> live = {})
         : m_script(std::move(script))
-        , m_results(ResultStream::create()) {}
-    ~FakeRecognizerSession() override { releaseFinalizer(); }
+        , m_results(ResultStream::create())
+        , m_live(std::move(live)) {
+        if (m_live) ++*m_live;
+    }
+    ~FakeRecognizerSession() override {
+        m_destroyed = true;
+        releaseFinalizer();
+        releaseStart();
+        if (m_live) --*m_live;
+    }
 
     std::shared_ptr<ResultStream> results() override { return m_results; }
 
-    void start(std::shared_ptr<AnalyzerInputStream> input) override {
-        if (m_script.startError) throw std::runtime_error(m_script.startError->toStdString());
+    QCoro::Task<> start(std::shared_ptr<AnalyzerInputStream> input) override {
         m_input = std::move(input);
+        if (m_script.startWaits) {
+            co_await StartGate{this};
+            if (m_destroyed) co_return;
+        }
+        if (m_script.startError) throw std::runtime_error(m_script.startError->toStdString());
         m_started = true;
     }
+
+    // Lets a waiting start() go on.
+    void releaseStart() {
+        if (m_waitingStart) std::exchange(m_waitingStart, nullptr).resume();
+    }
+    bool startIsWaiting() const { return static_cast<bool>(m_waitingStart); }
 
     QCoro::Task<> finalizeAndFinishThroughEndOfInput() override {
         ++m_finalizeCalls;
@@ -72,6 +92,13 @@ public:
     const std::shared_ptr<AnalyzerInputStream>& input() const { return m_input; }
 
 private:
+    struct StartGate {
+        FakeRecognizerSession* session;
+        bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> handle) noexcept { session->m_waitingStart = handle; }
+        void await_resume() const noexcept {}
+    };
+
     struct Hang {
         FakeRecognizerSession* session;
         bool await_ready() const noexcept { return false; }
@@ -88,6 +115,9 @@ private:
     std::shared_ptr<ResultStream> m_results;
     std::shared_ptr<AnalyzerInputStream> m_input;
     std::coroutine_handle<> m_hungFinalizer;
+    std::coroutine_handle<> m_waitingStart;
+    std::shared_ptr<int> m_live;
+    bool m_destroyed = false;
     bool m_started = false;
     int m_finalizeCalls = 0;
     int m_cancelCalls = 0;
@@ -119,7 +149,7 @@ public:
     std::optional<AudioFormat> bestAudioFormat(const QString&) override { return format; }
     std::unique_ptr<RecognizerSession> makeSession(const QString& language) override {
         sessionLanguages.append(language);
-        auto session = std::make_unique<FakeRecognizerSession>(script);
+        auto session = std::make_unique<FakeRecognizerSession>(script, liveSessions);
         lastSession = session.get();
         return session;
     }
@@ -133,6 +163,8 @@ public:
     QStringList requestedInstalls;
     QStringList sessionLanguages;
     FakeRecognizerSession* lastSession = nullptr; // owned by the engine that asked for it
+    // Sessions that exist right now; one per engine.
+    std::shared_ptr<int> liveSessions = std::make_shared<int>(0);
 };
 
 } // namespace murmurly::testing

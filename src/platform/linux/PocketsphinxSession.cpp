@@ -24,9 +24,12 @@ PocketsphinxSession::~PocketsphinxSession() {
     if (m_thread.joinable()) m_thread.join();
 }
 
-void PocketsphinxSession::start(std::shared_ptr<AnalyzerInputStream> input) {
+QCoro::Task<> PocketsphinxSession::start(std::shared_ptr<AnalyzerInputStream> input) {
+    // Never waits: a decoder still loading is waited for on the session's own thread, while the
+    // first buffers queue up.
     m_input = std::move(input);
     m_thread = std::thread([this] { run(); });
+    co_return;
 }
 
 QCoro::Task<> PocketsphinxSession::finalizeAndFinishThroughEndOfInput() {

@@ -27,7 +27,7 @@ public:
     ~PocketsphinxSession() override;
 
     std::shared_ptr<ResultStream> results() override { return m_results; }
-    void start(std::shared_ptr<AnalyzerInputStream> input) override;
+    QCoro::Task<> start(std::shared_ptr<AnalyzerInputStream> input) override;
     QCoro::Task<> finalizeAndFinishThroughEndOfInput() override;
     void cancelAndFinishNow() override;
 
