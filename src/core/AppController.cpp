@@ -153,6 +153,14 @@ void AppController::cancelDictation() {
     finishCancel(std::move(m_engine));
 }
 
+void AppController::toggleDictation() {
+    if (m_state == DictationState::recording) {
+        stopRecording(true);
+        return;
+    }
+    pttPressed();
+}
+
 // ---- one dictation ----
 
 QCoro::Task<> AppController::startDictation(SharedCompletion started) {

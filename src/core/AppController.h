@@ -132,6 +132,9 @@ public:
     void pttPressed();
     void pttReleased();
     void cancelDictation();
+    // For scripts and desktops without global keys: starts a dictation when idle, and stops one
+    // that is recording (its text is inserted), whatever the capture mode.
+    void toggleDictation();
 
     void setLocale(const QString& localeID);
     void setLaunchAtLogin(bool enabled);

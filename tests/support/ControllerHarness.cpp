@@ -1,0 +1,58 @@
+#include "ControllerHarness.h"
+
+#include <QCoreApplication>
+
+namespace murmurly::testing {
+
+ControllerHarness::ControllerHarness()
+    : m_microphone(std::make_unique<FakeCaptureDevice>()) {
+    microphone = m_microphone.get();
+    // Nothing in these tests has a model server; the on-device provider answers from the fake.
+    localModel.state = LocalLanguageModel::Availability::available;
+}
+
+ControllerHarness::~ControllerHarness() {
+    destroyController();
+}
+
+AppController& ControllerHarness::controller() {
+    if (!m_controller) {
+        AppServices services{defaults,         clock,        keyEvents,   keyState,
+                             activeApplication, clipboard,   pasteKeys,   speech,
+                             std::move(m_microphone), secrets, localModel, m_network,
+                             loginItem,        permissions,  historyFilePath()};
+        m_controller = std::make_unique<AppController>(std::move(services));
+        settle();
+    }
+    return *m_controller;
+}
+
+void ControllerHarness::destroyController() {
+    if (!m_controller) return;
+    m_controller.reset();
+    microphone = nullptr;
+    // Sleeping tasks find the controller gone when they wake and end.
+    clock.advance(std::chrono::hours(1));
+    settle();
+}
+
+void ControllerHarness::settle() {
+    for (int i = 0; i < 20; ++i)
+        QCoreApplication::processEvents();
+}
+
+void ControllerHarness::advance(std::chrono::milliseconds by) {
+    clock.advance(by);
+    settle();
+}
+
+FakeRecognizerSession* ControllerHarness::session() const {
+    if (!m_controller || !m_controller->hasEngine() || *speech.liveSessions == 0) return nullptr;
+    return speech.lastSession;
+}
+
+QString ControllerHarness::historyFilePath() const {
+    return m_dir.path() + QStringLiteral("/history.json");
+}
+
+} // namespace murmurly::testing
