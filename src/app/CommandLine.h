@@ -1,0 +1,37 @@
+#pragma once
+
+#include "app/TranscribeCommand.h"
+
+#include <QString>
+#include <QStringList>
+
+namespace murmurly {
+
+// What the command line asks for, and the program's entry behind main().
+class CommandLine {
+public:
+    struct Invocation {
+        enum class Kind { gui, control, transcribe, help, version, usageError };
+
+        Kind kind = Kind::gui;
+        QString controlMethod;                 // for control: "Press", "Release", …
+        TranscribeCommand::Options transcribe; // for transcribe
+        QString error;                         // for usageError
+    };
+
+    // Exit statuses besides those of the transcribe command.
+    static constexpr int exitSuccess = 0;
+    static constexpr int exitNotRunning = 1;
+    static constexpr int exitUsage = 2;
+
+    // `arguments` as main() receives them, the program's name first.
+    static Invocation parse(const QStringList& arguments);
+    static QString helpText();
+    static QString versionText();
+
+    // Runs what the command line asks for and returns the exit status. Remote control and
+    // transcribe work without a display; the tray program needs one.
+    static int run(int argc, char** argv);
+};
+
+} // namespace murmurly

@@ -1,0 +1,44 @@
+#include "app/MurmurlyApp.h"
+
+#include "core/AppController.h"
+#include "core/Log.h"
+#include "records/HistoryStore.h"
+
+#include <QCoreApplication>
+
+namespace murmurly {
+
+MurmurlyApp::MurmurlyApp(QObject* parent)
+    : QObject(parent)
+    , m_localModel(m_defaults, m_network)
+    , m_pasteKeys(m_defaults)
+    , m_microphone(std::make_unique<PulseCaptureDevice>())
+    , m_loginItem(QCoreApplication::applicationFilePath()) {
+    m_controller = std::make_unique<AppController>(AppServices{
+        .defaults = m_defaults,
+        .clock = m_clock,
+        .keyEvents = m_keyEvents,
+        .keyState = m_keyState,
+        .activeApplication = m_activeApplication,
+        .clipboard = m_clipboard,
+        .pasteKeys = m_pasteKeys,
+        .speech = m_speech,
+        .microphone = std::move(m_microphone),
+        .secrets = m_secrets,
+        .localModel = m_localModel,
+        .network = m_network,
+        .loginItem = m_loginItem,
+        .permissions = m_permissions,
+        .historyFilePath = HistoryStore::defaultFilePath(),
+    });
+}
+
+MurmurlyApp::~MurmurlyApp() = default;
+
+void MurmurlyApp::openSettings() {
+    // Logged, so that a second launch or a remote call leaves a trace; the window opens on the signal.
+    qCInfo(lcApp, "Settings requested");
+    emit settingsRequested();
+}
+
+} // namespace murmurly

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "cleanup/LocalModelServer.h"
+#include "core/SystemClock.h"
+#include "platform/linux/IniDefaults.h"
+#include "platform/linux/LibsecretStore.h"
+#include "platform/linux/LinuxPermissions.h"
+#include "platform/linux/PocketsphinxBackend.h"
+#include "platform/linux/PulseCaptureDevice.h"
+#include "platform/linux/QtClipboard.h"
+#include "platform/linux/X11ActiveApplication.h"
+#include "platform/linux/X11KeyEventSource.h"
+#include "platform/linux/X11KeyState.h"
+#include "platform/linux/XTestPasteKeys.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
+
+#include <QNetworkAccessManager>
+#include <QObject>
+
+#include <memory>
+
+namespace murmurly {
+
+class AppController;
+
+// The running program: the desktop's services and the one dictation controller that uses them,
+// built in dependency order and kept for the life of the process. Needs a QGuiApplication (the
+// clipboard) and an X display. Main thread only.
+class MurmurlyApp : public QObject {
+    Q_OBJECT
+
+public:
+    explicit MurmurlyApp(QObject* parent = nullptr);
+    ~MurmurlyApp() override;
+
+    AppController& controller() { return *m_controller; }
+
+public slots:
+    // Asks for the settings window (from the tray, a second launch, or remote control).
+    void openSettings();
+
+signals:
+    void settingsRequested();
+
+private:
+    // Declaration order is construction order; the controller, built last, goes first.
+    IniDefaults m_defaults;
+    SystemClock m_clock;
+    QNetworkAccessManager m_network;
+    LibsecretStore m_secrets;
+    LocalModelServer m_localModel;
+    X11KeyEventSource m_keyEvents;
+    X11KeyState m_keyState;
+    X11ActiveApplication m_activeApplication;
+    QtClipboard m_clipboard;
+    XTestPasteKeys m_pasteKeys;
+    PocketsphinxBackend m_speech;
+    std::unique_ptr<PulseCaptureDevice> m_microphone; // handed to the controller, which owns it
+    XdgAutostartLoginItem m_loginItem;
+    LinuxPermissions m_permissions;
+    std::unique_ptr<AppController> m_controller;
+};
+
+} // namespace murmurly

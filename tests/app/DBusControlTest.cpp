@@ -1,0 +1,303 @@
+// The built program as a user runs it on a desktop: a private X server (from the test main), a
+// private session bus, a private audio server whose null sink's monitor is the microphone, a
+// private home, and another application's text field holding the keyboard focus. The program is
+// driven with its own command line (--toggle, --cancel, --settings) over D-Bus, and recordings
+// are played into the sink.
+#include "PrivatePulseServer.h"
+#include "PrivateSessionBus.h"
+#include "SpeechCorpus.h"
+#include "TemporaryHome.h"
+#include "TextFieldWindowProcess.h"
+#include "WaitUntil.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+
+using namespace murmurly::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString service = QStringLiteral("com.qv.Murmurly");
+const QString path = QStringLiteral("/com/qv/Murmurly");
+const QString interface = QStringLiteral("com.qv.Murmurly");
+
+QString sentence(const char* id) {
+    return libriVoxFolder() + QLatin1Char('/') + QLatin1String(id) + QStringLiteral(".wav");
+}
+
+QProcessEnvironment programEnvironment() {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    // Transcripts in the log, so a failure shows what was heard.
+    environment.insert(QStringLiteral("MURMURLY_LOG_PRIVATE"), QStringLiteral("1"));
+    return environment;
+}
+
+// A terminal without a display: remote control needs none.
+QProcessEnvironment headlessEnvironment() {
+    QProcessEnvironment environment = programEnvironment();
+    environment.remove(QStringLiteral("DISPLAY"));
+    return environment;
+}
+
+struct ProgramRun {
+    bool finished = false;
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// One short-lived murmurly command (a control option, or a second launch).
+ProgramRun command(const QStringList& arguments,
+                   std::optional<QProcessEnvironment> environment = std::nullopt) {
+    QProcess process;
+    process.setProcessEnvironment(environment.value_or(programEnvironment()));
+    process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
+    ProgramRun run;
+    run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, 30s);
+    if (!run.finished) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+// The tray program, started in the constructor and stopped (SIGTERM, then SIGKILL) in the
+// destructor. Its log (standard error) is collected as it comes.
+class RunningMurmurly {
+public:
+    RunningMurmurly() {
+        m_process.setProcessEnvironment(programEnvironment());
+        QObject::connect(&m_process, &QProcess::readyReadStandardError,
+                         [this] { m_log += QString::fromUtf8(m_process.readAllStandardError()); });
+        m_process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
+    }
+    ~RunningMurmurly() { stop(); }
+
+    // Ends the program as a logout does; its exit status, or -1 when it had to be killed.
+    int stop() {
+        if (m_process.state() == QProcess::NotRunning) return m_process.exitCode();
+        m_process.terminate();
+        if (!waitUntil([&] { return m_process.state() == QProcess::NotRunning; }, 10s)) {
+            m_process.kill();
+            m_process.waitForFinished(5000);
+            return -1;
+        }
+        m_log += QString::fromUtf8(m_process.readAllStandardError());
+        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    }
+
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+    const QString& log() const { return m_log; }
+
+private:
+    QProcess m_process;
+    QString m_log;
+};
+
+class DBusControlTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+        ASSERT_TRUE(pulse.isRunning()) << pulse.error().toStdString();
+        ASSERT_TRUE(window.isReady());
+        connection.emplace(QDBusConnection::connectToBus(bus.address(), QStringLiteral("murmurly-test")));
+        ASSERT_TRUE(connection->isConnected());
+    }
+
+    void TearDown() override {
+        program.reset();
+        connection.reset();
+        QDBusConnection::disconnectFromBus(QStringLiteral("murmurly-test"));
+    }
+
+    // A property of the program's control object, or nothing while it does not answer.
+    std::optional<QString> property(const QString& name) {
+        QDBusMessage get = QDBusMessage::createMethodCall(
+            service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+        get << interface << name;
+        const QDBusMessage reply = connection->call(get, QDBus::Block, 2000);
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
+        return reply.arguments().constFirst().value<QDBusVariant>().variant().toString();
+    }
+
+    bool waitForState(const QString& state, std::chrono::milliseconds limit = 20s) {
+        return waitUntil([&] { return property(QStringLiteral("State")) == state; }, limit);
+    }
+
+    // Starts the program and waits until it can dictate: its control object answers and its
+    // speech model is ready.
+    void startProgram() {
+        program = std::make_unique<RunningMurmurly>();
+        ASSERT_TRUE(waitUntil(
+            [&] { return property(QStringLiteral("ModelStatus")) == QStringLiteral("ready"); }, 30s))
+            << "log:\n"
+            << program->log().toStdString();
+        EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("idle"));
+        EXPECT_TRUE(waitUntil([&] { return program->log().contains(QStringLiteral("Speech model ready")); }));
+    }
+
+    PrivateSessionBus bus;
+    PrivatePulseServer pulse;
+    TemporaryHome home;
+    TextFieldWindowProcess window;
+    std::optional<QDBusConnection> connection;
+    std::unique_ptr<RunningMurmurly> program;
+};
+
+// Collects the State values the program announces with PropertiesChanged.
+class StateAnnouncements : public QObject {
+    Q_OBJECT
+
+public:
+    QStringList states;
+
+public slots:
+    void changed(const QString& interfaceName, const QVariantMap& changed, const QStringList&) {
+        if (interfaceName == interface && changed.contains(QStringLiteral("State")))
+            states << changed.value(QStringLiteral("State")).toString();
+    }
+};
+
+} // namespace
+
+TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
+    startProgram();
+    StateAnnouncements announcements;
+    ASSERT_TRUE(connection->connect(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                    QStringLiteral("PropertiesChanged"), &announcements,
+                                    SLOT(changed(QString, QVariantMap, QStringList))));
+
+    const ProgramRun start = command({QStringLiteral("--toggle")}, headlessEnvironment());
+    ASSERT_TRUE(start.finished);
+    EXPECT_EQ(start.exitCode, 0) << start.err.toStdString();
+    EXPECT_EQ(start.err, QString());
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+
+    const Utterance utterance{
+        QStringLiteral("sense_and_sensibility_01_austen_64kb-0890"),
+        sentence("sense_and_sensibility_01_austen_64kb-0890"),
+        QStringLiteral("unless to be rather cold hearted and rather selfish is to be ill disposed")};
+    ASSERT_TRUE(pulse.play(utterance.wavPath));
+    keepRunning(300ms);
+    EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("recording"));
+
+    const ProgramRun stop = command({QStringLiteral("--toggle")}, headlessEnvironment());
+    EXPECT_EQ(stop.exitCode, 0) << stop.err.toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+
+    const QString text = window.text();
+    std::printf("inserted: \"%s\"\n", qPrintable(text));
+    // The recognized words with the trailing space the default settings add.
+    EXPECT_TRUE(text.endsWith(QLatin1Char(' '))) << text.toStdString();
+    const WordErrors errors = wordErrors(utterance.reference, text.trimmed());
+    std::printf("word errors: %d of %d\n", errors.errors, errors.referenceWords);
+    EXPECT_LE(errors.rate(), 50.0) << text.toStdString();
+    EXPECT_TRUE(program->log().contains(QStringLiteral("Transcript: ") + text.trimmed()))
+        << program->log().toStdString();
+
+    // Every step of the dictation was announced, in order.
+    EXPECT_TRUE(waitUntil([&] { return announcements.states.endsWith(QStringLiteral("idle")); }));
+    EXPECT_EQ(announcements.states, (QStringList{QStringLiteral("recording"), QStringLiteral("transcribing"),
+                                                 QStringLiteral("inserting"), QStringLiteral("idle")}));
+    EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
+}
+
+TEST_F(DBusControlTest, CancelWhileRecordingInsertsNothing) {
+    startProgram();
+    ASSERT_TRUE(window.command("set-text", "before"));
+    ASSERT_TRUE(window.waitForText(QStringLiteral("before")));
+
+    ASSERT_EQ(command({QStringLiteral("--toggle")}).exitCode, 0);
+    ASSERT_TRUE(waitForState(QStringLiteral("recording")));
+    std::unique_ptr<QProcess> player =
+        pulse.startPlaying(sentence("sense_and_sensibility_01_austen_64kb-0870"));
+    keepRunning(1500ms);
+
+    const ProgramRun cancel = command({QStringLiteral("--cancel")});
+    EXPECT_EQ(cancel.exitCode, 0) << cancel.err.toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle"), 5s));
+    EXPECT_TRUE(
+        waitUntil([&] { return program->log().contains(QStringLiteral("Dictation cancelled by user")); }));
+    player->kill();
+    player->waitForFinished(3000);
+
+    keepRunning(1500ms);
+    EXPECT_EQ(window.text(), QStringLiteral("before"));
+    EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("idle"));
+    EXPECT_FALSE(program->log().contains(QStringLiteral("Transcript:"))) << program->log().toStdString();
+}
+
+TEST_F(DBusControlTest, ASecondLaunchOpensTheSettingsOfTheFirstAndLeaves) {
+    startProgram();
+    const ProgramRun second = command({});
+    ASSERT_TRUE(second.finished);
+    EXPECT_EQ(second.exitCode, 0) << second.err.toStdString();
+    EXPECT_TRUE(waitUntil([&] { return program->log().count(QStringLiteral("Settings requested")) == 1; }))
+        << program->log().toStdString();
+    EXPECT_TRUE(program->isRunning());
+
+    const ProgramRun settings = command({QStringLiteral("--settings")});
+    EXPECT_EQ(settings.exitCode, 0) << settings.err.toStdString();
+    EXPECT_TRUE(waitUntil([&] { return program->log().count(QStringLiteral("Settings requested")) == 2; }))
+        << program->log().toStdString();
+    EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("idle"));
+}
+
+TEST_F(DBusControlTest, ControlOptionsWithoutARunningProgramSayItIsNotRunning) {
+    for (const QString& option :
+         {QStringLiteral("--press"), QStringLiteral("--release"), QStringLiteral("--toggle"),
+          QStringLiteral("--cancel"), QStringLiteral("--settings")}) {
+        const ProgramRun run = command({option});
+        ASSERT_TRUE(run.finished);
+        EXPECT_EQ(run.exitCode, 1) << option.toStdString();
+        EXPECT_EQ(run.err, QStringLiteral("Murmurly is not running.\n"));
+        EXPECT_EQ(run.out, QString());
+    }
+    // Nor with no session bus at all, and no display either.
+    QProcessEnvironment environment = headlessEnvironment();
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                       QStringLiteral("unix:path=/nonexistent/bus"));
+    const ProgramRun run = command({QStringLiteral("--press")}, environment);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, QStringLiteral("Murmurly is not running.\n"));
+}
+
+TEST_F(DBusControlTest, WithoutASessionBusTheProgramRunsAnywayAndSaysSo) {
+    QProcessEnvironment environment = programEnvironment();
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                       QStringLiteral("unix:path=/nonexistent/bus"));
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    QString log;
+    QObject::connect(&process, &QProcess::readyReadStandardError,
+                     [&] { log += QString::fromUtf8(process.readAllStandardError()); });
+    process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
+    EXPECT_TRUE(waitUntil([&] { return log.contains(QStringLiteral("Speech model ready")); }, 30s))
+        << log.toStdString();
+    EXPECT_TRUE(log.contains(QStringLiteral("No D-Bus session bus"))) << log.toStdString();
+    EXPECT_EQ(process.state(), QProcess::Running);
+    // Nothing of it is on the test's bus.
+    EXPECT_EQ(property(QStringLiteral("State")), std::nullopt);
+    process.terminate();
+    EXPECT_TRUE(waitUntil([&] { return process.state() == QProcess::NotRunning; }, 10s));
+    if (process.state() != QProcess::NotRunning) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+}
+
+#include "DBusControlTest.moc"

@@ -1,0 +1,362 @@
+// `murmurly transcribe` as a user runs it: the built program in a process of its own, without a
+// display, a session bus or an audio server, in a private home.
+#include "MemoryDefaults.h"
+#include "SpeechCorpus.h"
+#include "SpeechTestSupport.h"
+#include "StandInHttpServer.h"
+#include "TemporaryHome.h"
+#include "WaitUntil.h"
+#include "core/SystemClock.h"
+#include "output/ReplacementStore.h"
+#include "platform/linux/IniDefaults.h"
+#include "platform/linux/PocketsphinxBackend.h"
+#include "speech/AudioConverter.h"
+#include "speech/TranscriptionEngine.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtEndian>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+using namespace murmurly;
+using namespace murmurly::testing;
+
+namespace {
+
+struct ProgramRun {
+    bool finished = false;
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// Runs the program with `arguments`, serving this process's event loop while it runs (the
+// stand-in servers answer from it). Killed after `limit`.
+ProgramRun runMurmurly(const QStringList& arguments,
+                       std::chrono::milliseconds limit = std::chrono::seconds(120)) {
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    // Nothing of a desktop: no display, no session bus, no audio server.
+    environment.remove(QStringLiteral("DISPLAY"));
+    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                       QStringLiteral("unix:path=/nonexistent/bus"));
+    environment.insert(QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:/nonexistent/pulse"));
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
+    ProgramRun run;
+    run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, limit);
+    if (!run.finished) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+// What the recognizer makes of the file's samples fed to it in this process, as the recognizer's
+// own tests feed it, by a recognizer that has heard nothing before (like a fresh program).
+QString inProcessTranscript(const QString& wavPath) {
+    const WavAudio audio = readWav(wavPath);
+    PocketsphinxBackend backend({QStringLiteral("/usr/share/pocketsphinx/model")});
+    SystemClock clock;
+    TranscriptionEngine engine(backend, clock, QStringLiteral("en-US"));
+    std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
+    feed(*input, audio.samples);
+    const QString text = runTask(engine.finish());
+    runEventLoopFor(300);
+    return text;
+}
+
+QString sentence(const char* id) {
+    return libriVoxFolder() + QLatin1Char('/') + QLatin1String(id) + QStringLiteral(".wav");
+}
+
+// Writes interleaved float samples as a 32-bit float WAV file.
+bool writeFloatWav(const QString& path, const std::vector<float>& samples, int rate, int channels) {
+    QByteArray bytes("RIFF");
+    auto u32 = [&](quint32 v) {
+        char b[4];
+        qToLittleEndian(v, b);
+        bytes.append(b, 4);
+    };
+    auto u16 = [&](quint16 v) {
+        char b[2];
+        qToLittleEndian(v, b);
+        bytes.append(b, 2);
+    };
+    const quint32 dataBytes = quint32(samples.size() * 4);
+    u32(36 + dataBytes);
+    bytes += "WAVEfmt ";
+    u32(16);
+    u16(3);
+    u16(quint16(channels));
+    u32(quint32(rate));
+    u32(quint32(rate * channels * 4));
+    u16(quint16(channels * 4));
+    u16(32);
+    bytes += "data";
+    u32(dataBytes);
+    for (float s : samples) {
+        char b[4];
+        qToLittleEndian(s, b);
+        bytes.append(b, 4);
+    }
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+} // namespace
+
+TEST(TranscribeCommand, LibriVoxFilesGiveExactlyTheRecognizersOwnTranscripts) {
+    TemporaryHome home;
+    const QList<Utterance> utterances = libriVoxUtterances();
+    ASSERT_EQ(utterances.size(), 5);
+    WordErrors ours;
+    WordErrors continuousErrors;
+    for (const Utterance& utterance : utterances) {
+        const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), utterance.wavPath});
+        ASSERT_TRUE(run.finished);
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        EXPECT_EQ(run.err, QString());
+        ASSERT_TRUE(run.out.endsWith(QLatin1Char('\n')));
+        const QString text = run.out.chopped(1);
+        EXPECT_FALSE(text.contains(QLatin1Char('\n')));
+        const QString expected = inProcessTranscript(utterance.wavPath);
+        EXPECT_EQ(text.toStdString(), expected.toStdString()) << utterance.id.toStdString();
+        EXPECT_FALSE(text.isEmpty());
+
+        const ReferenceDecode continuous = decodeWithPocketsphinxContinuous(utterance.wavPath);
+        ASSERT_TRUE(continuous.ok);
+        ours += wordErrors(utterance.reference, text);
+        continuousErrors += wordErrors(utterance.reference, continuous.text);
+        std::printf("%s\n  murmurly transcribe: %s\n  in-process:          %s\n", qPrintable(utterance.id),
+                    qPrintable(text), qPrintable(expected));
+    }
+    std::printf("WER murmurly transcribe %.1f%% (%d/%d), pocketsphinx_continuous -infile %.1f%% (%d/%d)\n",
+                ours.rate(), ours.errors, ours.referenceWords, continuousErrors.rate(),
+                continuousErrors.errors, continuousErrors.referenceWords);
+    EXPECT_LE(ours.rate(), continuousErrors.rate() + 3.0);
+}
+
+TEST(TranscribeCommand, AStereoFloatCopyAt44100HzIsRecognizedAsWellAsTheOriginal) {
+    TemporaryHome home;
+    const Utterance utterance = libriVoxUtterances().value(0);
+    ASSERT_FALSE(utterance.wavPath.isEmpty());
+    const WavAudio original = readWav(utterance.wavPath);
+    ASSERT_EQ(original.sampleRate, 16000);
+
+    // 16 kHz mono 16-bit → 44.1 kHz stereo float, the kind of file a desktop recorder writes.
+    AudioBuffer input =
+        *AudioBuffer::allocate(AudioFormat::int16(16000, 1), std::int64_t(original.samples.size()));
+    input.setFrameLength(std::int64_t(original.samples.size()));
+    std::copy(original.samples.begin(), original.samples.end(), input.int16Samples());
+    const std::unique_ptr<AudioConverter> converter =
+        AudioConverter::create(AudioFormat::int16(16000, 1), AudioFormat::float32(44100, 2));
+    ASSERT_TRUE(converter);
+    AudioBuffer output = *AudioBuffer::allocate(
+        AudioFormat::float32(44100, 2), std::int64_t(double(original.samples.size()) * 44100 / 16000) + 64);
+    ASSERT_NE(converter->convert(input, output).status, AudioConverter::Status::error);
+    std::vector<float> samples(output.floatSamples(), output.floatSamples() + output.frameLength() * 2);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("stereo-44100-float.wav"));
+    ASSERT_TRUE(writeFloatWav(path, samples, 44100, 2));
+
+    const ProgramRun copy = runMurmurly({QStringLiteral("transcribe"), path});
+    const ProgramRun first = runMurmurly({QStringLiteral("transcribe"), utterance.wavPath});
+    ASSERT_TRUE(copy.finished && first.finished);
+    EXPECT_EQ(copy.exitCode, 0) << copy.err.toStdString();
+    const QString text = copy.out.trimmed();
+    std::printf("original: %s\ncopy:     %s\n", qPrintable(first.out.trimmed()), qPrintable(text));
+    EXPECT_FALSE(text.isEmpty());
+    EXPECT_LE(wordErrors(utterance.reference, text).errors,
+              wordErrors(utterance.reference, first.out.trimmed()).errors + 2);
+}
+
+TEST(TranscribeCommand, SilenceAndAnEmptyRecordingPrintAnEmptyLine) {
+    TemporaryHome home;
+    QTemporaryDir dir;
+    const QString silence = dir.filePath(QStringLiteral("silence.wav"));
+    ASSERT_TRUE(writeWav(silence, std::vector<std::int16_t>(16000 * 2, 0), 16000));
+    const QString empty = dir.filePath(QStringLiteral("empty.wav"));
+    ASSERT_TRUE(writeWav(empty, {}, 16000));
+    for (const QString& path : {silence, empty}) {
+        const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), path});
+        ASSERT_TRUE(run.finished);
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        EXPECT_EQ(run.out, QStringLiteral("\n"));
+        EXPECT_EQ(run.err, QString());
+    }
+}
+
+TEST(TranscribeCommand, AFileThatCannotBeReadIsExitStatus2WithAMessage) {
+    TemporaryHome home;
+    QTemporaryDir dir;
+    const QString missing = dir.filePath(QStringLiteral("missing.wav"));
+    ProgramRun run = runMurmurly({QStringLiteral("transcribe"), missing});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, QString());
+    EXPECT_EQ(run.err, QStringLiteral("murmurly: Cannot read \"%1\": there is no such file.\n").arg(missing));
+
+    const QString text = dir.filePath(QStringLiteral("notes.wav"));
+    writeFile(text, "shopping list: milk, bread\n");
+    run = runMurmurly({QStringLiteral("transcribe"), text});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, QString());
+    EXPECT_EQ(run.err, QStringLiteral("murmurly: Cannot read \"%1\": it is not a WAV file (it does not begin "
+                                      "with a RIFF/WAVE header).\n")
+                           .arg(text));
+
+    QFile original(sentence("sense_and_sensibility_01_austen_64kb-0880"));
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+    const QString cut = dir.filePath(QStringLiteral("cut.wav"));
+    writeFile(cut, original.readAll().left(20000));
+    run = runMurmurly({QStringLiteral("transcribe"), cut});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, QString());
+    EXPECT_TRUE(run.err.contains(QStringLiteral("it is cut short: its audio data chunk declares")))
+        << run.err.toStdString();
+}
+
+TEST(TranscribeCommand, ALanguageWithoutAModelIsExitStatus2WithAMessage) {
+    TemporaryHome home;
+    const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
+    ProgramRun run = runMurmurly(
+        {QStringLiteral("transcribe"), file, QStringLiteral("--language"), QStringLiteral("xx-XX")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, QString());
+    EXPECT_EQ(run.err,
+              QStringLiteral("murmurly: No speech model is installed for \"xx-XX\" (installed: en-US).\n"));
+
+    // The dictation language of the settings is the default, and --language overrides it.
+    IniDefaults(IniDefaults::defaultFilePath())
+        .setString(QStringLiteral("dictationLocale"), QStringLiteral("fr-FR"));
+    run = runMurmurly({QStringLiteral("transcribe"), file});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err,
+              QStringLiteral("murmurly: No speech model is installed for \"fr-FR\" (installed: en-US).\n"));
+    run = runMurmurly(
+        {QStringLiteral("transcribe"), file, QStringLiteral("--language"), QStringLiteral("en_us")});
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_FALSE(run.out.trimmed().isEmpty());
+}
+
+TEST(TranscribeCommand, TheUsersReplacementsAreApplied) {
+    TemporaryHome home;
+    const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
+    const QString plain = runMurmurly({QStringLiteral("transcribe"), file}).out.trimmed();
+    ASSERT_TRUE(plain.contains(QRegularExpression(QStringLiteral("\\bman\\b")))) << plain.toStdString();
+
+    {
+        IniDefaults defaults(IniDefaults::defaultFilePath());
+        ReplacementStore store(defaults);
+        ReplacementRule rule = ReplacementRule::create();
+        rule.from = QStringLiteral("man");
+        rule.to = QStringLiteral("person");
+        store.setRules({rule});
+        store.setEnabled(true);
+    }
+    ASSERT_TRUE(QFile::exists(home.configHome() + QStringLiteral("/murmurly/settings.ini")));
+
+    const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), file});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    QString expected = plain;
+    expected.replace(QRegularExpression(QStringLiteral("\\bman\\b")), QStringLiteral("person"));
+    EXPECT_EQ(run.out, expected + QLatin1Char('\n'));
+}
+
+TEST(TranscribeCommand, CleanupUsesTheConfiguredLocalModelServer) {
+    TemporaryHome home;
+    StandInHttpServer server;
+    ASSERT_TRUE(server.start());
+    server.setResponder([](const StandInHttpServer::Request& request) {
+        StandInHttpServer::Response response;
+        if (request.path == "/v1/models") {
+            response.body = R"({"object":"list","data":[{"id":"tidy-model","object":"model"}]})";
+        } else {
+            response.body = R"({"choices":[{"message":{"role":"assistant","content":)"
+                            R"("{\"cleanedText\":\"He was not an ill-disposed young man.\"}"}}]})";
+        }
+        return response;
+    });
+    IniDefaults(IniDefaults::defaultFilePath())
+        .setString(QStringLiteral("cleanupLocalBaseURL"), server.url(QStringLiteral("/v1")));
+    const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
+    const QString plain = runMurmurly({QStringLiteral("transcribe"), file}).out.trimmed();
+    ASSERT_FALSE(plain.isEmpty());
+    EXPECT_TRUE(server.requests().isEmpty()); // no cleanup unless asked
+
+    const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, QStringLiteral("He was not an ill-disposed young man.\n"));
+    EXPECT_EQ(run.err, QString());
+    ASSERT_EQ(server.requests().size(), 2);
+    EXPECT_EQ(server.requests()[1].path, "/v1/chat/completions");
+    EXPECT_TRUE(server.requests()[1].body.contains(plain.toUtf8()))
+        << server.requests()[1].body.toStdString();
+    EXPECT_TRUE(server.requests()[1].body.contains("tidy-model"));
+}
+
+TEST(TranscribeCommand, CleanupThatCannotBeHadPrintsTheTranscriptWithAWarning) {
+    TemporaryHome home;
+    const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
+    const QString plain = runMurmurly({QStringLiteral("transcribe"), file}).out.trimmed();
+    ASSERT_FALSE(plain.isEmpty());
+
+    // No server listens: a port that was free a moment ago.
+    QString deadURL;
+    {
+        StandInHttpServer closed;
+        ASSERT_TRUE(closed.start());
+        deadURL = closed.url(QStringLiteral("/v1"));
+    }
+    IniDefaults(IniDefaults::defaultFilePath()).setString(QStringLiteral("cleanupLocalBaseURL"), deadURL);
+    ProgramRun run = runMurmurly({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
+    EXPECT_EQ(run.err,
+              QStringLiteral("murmurly: Cleanup skipped: On-Device (local) is not usable. No local model "
+                             "server answered at %1. Printing the transcript as recognized.\n")
+                  .arg(deadURL));
+
+    // A server that lists a model but fails the generation.
+    StandInHttpServer failing;
+    ASSERT_TRUE(failing.start());
+    failing.setResponder([](const StandInHttpServer::Request& request) {
+        StandInHttpServer::Response response;
+        if (request.path == "/v1/models") {
+            response.body = R"({"data":[{"id":"tidy-model"}]})";
+        } else {
+            response.status = 500;
+            response.body = R"({"error":"out of memory"})";
+        }
+        return response;
+    });
+    IniDefaults(IniDefaults::defaultFilePath())
+        .setString(QStringLiteral("cleanupLocalBaseURL"), failing.url(QStringLiteral("/v1")));
+    run = runMurmurly({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
+    EXPECT_TRUE(run.err.endsWith(QStringLiteral(
+        "murmurly: Cleanup with On-Device (local) failed. Printing the transcript as recognized.\n")))
+        << run.err.toStdString();
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+namespace murmurly::testing {
+
+// A D-Bus session bus of the test's own, never the user's: a dbus-daemon listening in a temporary
+// folder, without service activation, so nothing is started on it behind the test's back.
+// DBUS_SESSION_BUS_ADDRESS points at it in this process (and the processes it starts) while the
+// object exists. Starting waits a bounded time; the daemon is stopped when the object goes away.
+class PrivateSessionBus {
+public:
+    PrivateSessionBus();
+    ~PrivateSessionBus();
+    PrivateSessionBus(const PrivateSessionBus&) = delete;
+    PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
+
+    bool isRunning() const { return m_error.isEmpty(); }
+    // Why it is not running.
+    QString error() const { return m_error; }
+    QString address() const { return m_address; }
+
+private:
+    bool start();
+
+    QTemporaryDir m_dir;
+    QProcess m_daemon;
+    QString m_address;
+    QString m_error;
+    bool m_hadAddress = false;
+    QByteArray m_previousAddress;
+};
+
+} // namespace murmurly::testing
