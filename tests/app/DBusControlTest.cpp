@@ -118,6 +118,10 @@ protected:
     }
 
     void TearDown() override {
+        if (program) {
+            program->stop();
+            if (HasFailure()) std::printf("murmurly's log:\n%s\n", qPrintable(program->log()));
+        }
         program.reset();
         connection.reset();
         QDBusConnection::disconnectFromBus(QStringLiteral("murmurly-test"));
