@@ -90,6 +90,14 @@ int runControl(const QString& method) {
 }
 
 int runGui(int argc, char** argv) {
+    // The keyboard, the focused window and the paste chord are X11's; without a display Qt
+    // would abort with a message about platform plugins instead.
+    if (qEnvironmentVariableIsEmpty("DISPLAY")) {
+        std::fputs("murmurly: there is no X display to run on (DISPLAY is not set). The remote-control\n"
+                   "options and the transcribe command work without one; see murmurly --help.\n",
+                   stderr);
+        return CommandLine::exitNoDisplay;
+    }
     QApplication application(argc, argv);
     // Murmurly lives in the tray: closing the settings window must not end it.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -225,7 +233,8 @@ QString CommandLine::helpText() {
                           "\n"
                           "Exit status:\n"
                           "  0  done\n"
-                          "  1  remote control: Murmurly is not running, or did not take the call\n"
+                          "  1  remote control: Murmurly is not running, or did not take the call;\n"
+                          "     without options: there is no X display\n"
                           "  2  the command line is wrong; transcribe: the file cannot be read, no speech\n"
                           "     model is installed for the language, or recognition failed\n");
 }

@@ -22,6 +22,7 @@ public:
     // Exit statuses besides those of the transcribe command.
     static constexpr int exitSuccess = 0;
     static constexpr int exitNotRunning = 1;
+    static constexpr int exitNoDisplay = 1;
     static constexpr int exitUsage = 2;
 
     // `arguments` as main() receives them, the program's name first.

@@ -220,6 +220,29 @@ TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
     EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
 }
 
+TEST_F(DBusControlTest, PressAndReleaseDictateAsHoldingTheTriggerKeyDoes) {
+    startProgram();
+    // What a Wayland compositor's shortcut runs on the key's press and on its release.
+    const ProgramRun press = command({QStringLiteral("--press")}, headlessEnvironment());
+    EXPECT_EQ(press.exitCode, 0) << press.err.toStdString();
+    ASSERT_TRUE(waitForState(QStringLiteral("recording")));
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0930")));
+    keepRunning(300ms);
+    // No key is down, so the recording watchdog must not take the release for lost.
+    EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("recording"));
+
+    const ProgramRun release = command({QStringLiteral("--release")}, headlessEnvironment());
+    EXPECT_EQ(release.exitCode, 0) << release.err.toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s));
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+    const QString text = window.text();
+    std::printf("inserted: \"%s\"\n", qPrintable(text));
+    EXPECT_LE(
+        wordErrors(QStringLiteral("he might even have been made amiable himself"), text.trimmed()).rate(),
+        50.0)
+        << text.toStdString();
+}
+
 TEST_F(DBusControlTest, CancelWhileRecordingInsertsNothing) {
     startProgram();
     ASSERT_TRUE(window.command("set-text", "before"));
@@ -278,6 +301,17 @@ TEST_F(DBusControlTest, ControlOptionsWithoutARunningProgramSayItIsNotRunning) {
     const ProgramRun run = command({QStringLiteral("--press")}, environment);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.err, QStringLiteral("Murmurly is not running.\n"));
+}
+
+TEST_F(DBusControlTest, WithoutADisplayTheProgramSaysWhatStillWorks) {
+    const ProgramRun run = command({}, headlessEnvironment());
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err,
+              QStringLiteral("murmurly: there is no X display to run on (DISPLAY is not set). The "
+                             "remote-control\noptions and the transcribe command work without one; see "
+                             "murmurly --help.\n"));
+    EXPECT_EQ(property(QStringLiteral("State")), std::nullopt);
 }
 
 TEST_F(DBusControlTest, WithoutASessionBusTheProgramRunsAnywayAndSaysSo) {
