@@ -79,6 +79,11 @@ QCoro::Task<QString> cleanUp(Defaults& defaults, QString text, Say say) {
     }
     const std::optional<TransformResult> result =
         co_await transformer->transform(text, CleanupPrompt::system);
+    // A failed generation makes the model server check itself again; let that answer arrive
+    // rather than abandon the request.
+    const QDeadlineTimer recheck(TranscribeCommand::localModelWaitMilliseconds);
+    while (localModel.availability() == LocalLanguageModel::Availability::unchecked && !recheck.hasExpired())
+        co_await clock.sleep(std::chrono::milliseconds(20));
     if (!result) {
         say(QStringLiteral("Cleanup with %1 failed. Printing the transcript as recognized.").arg(name));
         co_return text;
@@ -144,6 +149,9 @@ QCoro::Task<int> TranscribeCommand::run(Options options, std::FILE* out, std::FI
 
     std::fprintf(out, "%s\n", text.toUtf8().constData());
     std::fflush(out);
+    // The recognizer's time limits, no longer needed, look in every quarter of a second before
+    // they end; the program leaves once they have, rather than with their timers pending.
+    co_await clock.sleep(TranscribeCommand::settleTime);
     co_return exitSuccess;
 }
 

@@ -3,6 +3,7 @@
 #include <QCoro/QCoroTask>
 #include <QString>
 
+#include <chrono>
 #include <cstdio>
 #include <optional>
 
@@ -24,6 +25,8 @@ public:
     static constexpr int exitFailure = 2;
     // How long to wait for the local model server's first answer before cleaning up.
     static constexpr int localModelWaitMilliseconds = 5000;
+    // How long the program stays after printing, for the recognizer's time limits to end.
+    static constexpr std::chrono::milliseconds settleTime{300};
 
     // Never throws; the answer is the exit status.
     static QCoro::Task<int> run(Options options, std::FILE* out = stdout, std::FILE* err = stderr);
