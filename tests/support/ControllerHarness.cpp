@@ -17,10 +17,26 @@ ControllerHarness::~ControllerHarness() {
 
 AppController& ControllerHarness::controller() {
     if (!m_controller) {
-        AppServices services{defaults,         clock,        keyEvents,   keyState,
-                             activeApplication, clipboard,   pasteKeys,   speech,
-                             std::move(m_microphone), secrets, localModel, m_network,
-                             loginItem,        permissions,  historyFilePath()};
+        // A controller built again after destroyController() gets a microphone of its own.
+        if (!m_microphone) {
+            m_microphone = std::make_unique<FakeCaptureDevice>();
+            microphone = m_microphone.get();
+        }
+        AppServices services{defaults,
+                             clock,
+                             keyEvents,
+                             keyState,
+                             activeApplication,
+                             clipboard,
+                             pasteKeys,
+                             speech,
+                             std::move(m_microphone),
+                             secrets,
+                             localModel,
+                             m_network,
+                             loginItem,
+                             permissions,
+                             historyFilePath()};
         m_controller = std::make_unique<AppController>(std::move(services));
         settle();
     }
@@ -42,8 +58,14 @@ void ControllerHarness::settle() {
 }
 
 void ControllerHarness::advance(std::chrono::milliseconds by) {
-    clock.advance(by);
-    settle();
+    // In small steps, with the event loop run between them: results and other queued work let
+    // the tasks reach their next sleep before time moves past it.
+    constexpr std::chrono::milliseconds step{50};
+    const Clock::TimePoint end = clock.now() + by;
+    while (clock.now() < end) {
+        clock.advanceTo(std::min(end, clock.now() + step));
+        settle();
+    }
 }
 
 FakeRecognizerSession* ControllerHarness::session() const {

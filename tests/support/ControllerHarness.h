@@ -41,7 +41,8 @@ public:
 
     // Delivers queued work on the event loop without moving virtual time.
     void settle();
-    // Moves virtual time forward (resuming the sleeps that fall due), then settles.
+    // Moves virtual time forward in small steps, settling after each, so that work queued on the
+    // event loop keeps pace with time.
     void advance(std::chrono::milliseconds by);
 
     // The current dictation's fake recognizer session, when one exists.
