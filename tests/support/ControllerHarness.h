@@ -45,7 +45,7 @@ public:
     // event loop keeps pace with time.
     void advance(std::chrono::milliseconds by);
 
-    // The current dictation's fake recognizer session, when one exists.
+    // The recognizer session that exists right now, if any.
     FakeRecognizerSession* session() const;
 
     // The history file lives in a temporary folder of the harness.
