@@ -36,7 +36,7 @@ void keepRunningAfterLostConnection(Display*, void*) {
 
 // Opens the display, asks for the two extensions the key reader and the paste need, and closes it.
 bool displayHasInputExtensions(const QByteArray& displayName) {
-    Display* display = XOpenDisplay(displayName.isEmpty() ? nullptr : displayName.constData());
+    Display* display = XOpenDisplay(displayName.constData());
     if (!display) return false;
     XSetIOErrorExitHandler(display, &keepRunningAfterLostConnection, nullptr);
     int opcode = 0, event = 0, error = 0;
@@ -98,9 +98,13 @@ bool LinuxPermissions::keyboardAccess() {
             return false;
         }
     }
-    auto check = std::make_shared<KeyboardCheck>();
-    // Read here: the environment is not safe to read while another thread may change it.
+    // The display of the moment of asking, read on the caller's thread.
     const QByteArray displayName = qgetenv("DISPLAY");
+    if (displayName.isEmpty()) {
+        qCDebug(lcApp, "No X display: DISPLAY is not set");
+        return false;
+    }
+    auto check = std::make_shared<KeyboardCheck>();
     try {
         std::thread([check, displayName] {
             prctl(PR_SET_NAME, "Murmurly.XCheck", 0, 0, 0);

@@ -138,6 +138,7 @@ void PulseSourceMonitor::dropContextLocked() {
 void PulseSourceMonitor::onContextStateLocked() {
     const pa_context_state_t state = pa_context_get_state(m_context);
     if (state == PA_CONTEXT_READY) {
+        m_outageLogged = false;
         pa_context_set_subscribe_callback(
             m_context,
             [](pa_context*, pa_subscription_event_type_t type, uint32_t, void* self) {
@@ -155,7 +156,10 @@ void PulseSourceMonitor::onContextStateLocked() {
             pa_operation_unref(operation);
         querySourcesLocked(m_connectCheck);
     } else if (!PA_CONTEXT_IS_GOOD(state)) {
-        qCDebug(lcApp, "Audio server connection ended: %s", pa_strerror(pa_context_errno(m_context)));
+        // Once per outage, not at every retry.
+        if (!m_outageLogged)
+            qCDebug(lcApp, "Audio server connection ended: %s", pa_strerror(pa_context_errno(m_context)));
+        m_outageLogged = true;
         failLocked();
     }
 }
@@ -230,8 +234,10 @@ void PulseSourceMonitor::onConnectTimeout() {
     {
         LoopLock lock(m_mainloop);
         if (!m_context || m_failed || pa_context_get_state(m_context) == PA_CONTEXT_READY) return;
-        qCDebug(lcApp, "The audio server did not answer within %lld ms",
-                static_cast<long long>(connectLimit.count()));
+        if (!m_outageLogged)
+            qCDebug(lcApp, "The audio server did not answer within %lld ms",
+                    static_cast<long long>(connectLimit.count()));
+        m_outageLogged = true;
         dropContextLocked();
         failLocked();
     }

@@ -18,7 +18,9 @@ namespace murmurly {
 // and server change, so a read is an atomic load that never waits for the server. When the server
 // goes away the answer turns false and a new connection is tried every `retryInterval` until one
 // comes back. Connections are made on the main thread, where the environment (PULSE_SERVER) is read;
-// the audio thread only answers. Lives on the main thread.
+// starting one does not wait for the server (libpulse connects asynchronously), though libpulse
+// reads its client.conf and, with DISPLAY set, the server hints on the X root window. The audio
+// thread only answers. Lives on the main thread.
 class PulseSourceMonitor final : public QObject {
     Q_OBJECT
 
@@ -66,6 +68,7 @@ private:
     std::uint64_t m_connectCheck = 0;         // answered by the connection's first source list
     std::deque<std::uint64_t> m_pendingLists; // checks whose source list is on its way
     int m_sourcesSeen = 0;                    // sources of the list being received
+    bool m_outageLogged = false;
 
     std::atomic<bool> m_hasSource{false};
     std::atomic<std::uint64_t> m_answeredCheck{0};
