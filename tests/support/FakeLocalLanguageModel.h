@@ -23,7 +23,9 @@ public:
     QCoro::Task<Generation> generateCleanedText(QString instructions, QString userTurn) override {
         instructionsSeen.append(instructions);
         userTurnsSeen.append(userTurn);
-        co_return next;
+        // A copy: GCC 12 moves a member named in co_return, which would empty `next` for the
+        // following calls.
+        co_return Generation(next);
     }
 };
 
