@@ -28,6 +28,11 @@ QLabel* helpLabel(const QString& text, QWidget* parent) {
     return label;
 }
 
+// A row in the field column under the labelled row above it, such as that row's help text.
+void addUnlabelled(QFormLayout* form, QWidget* field) {
+    form->addRow(static_cast<QWidget*>(nullptr), field);
+}
+
 } // namespace
 
 GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& translator,
@@ -47,41 +52,43 @@ GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& tran
     m_recorder = new HotkeyRecorderRow(controller, translator, this);
     dictation->addRow(QStringLiteral("Trigger"), m_recorder);
     // No label of its own: while the warning is hidden its row takes no room at all.
-    dictation->addRow(static_cast<QWidget*>(nullptr), m_recorder->warningLabel());
+    addUnlabelled(dictation, m_recorder->warningLabel());
     m_captureMode = new QComboBox(this);
     for (const CaptureMode mode : CaptureModes::allCases)
         m_captureMode->addItem(CaptureModes::title(mode));
     m_captureMode->setAccessibleName(QStringLiteral("Capture mode"));
+    m_captureMode->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    m_captureMode->setMinimumContentsLength(12);
     dictation->addRow(QStringLiteral("Capture mode"), m_captureMode);
     m_captureModeHelp = helpLabel(QString(), this);
     m_captureModeHelp->setAccessibleName(QStringLiteral("Capture mode help"));
-    dictation->addRow(new QLabel(this), m_captureModeHelp);
+    addUnlabelled(dictation, m_captureModeHelp);
     m_trailingSpace = new QCheckBox(QStringLiteral("Append a trailing space after each dictation"), this);
-    dictation->addRow(new QLabel(this), m_trailingSpace);
+    dictation->addRow(m_trailingSpace);
 
     // Language
     QFormLayout* language = addSection(QStringLiteral("Language"));
     m_language = new QComboBox(this);
     m_language->setAccessibleName(QStringLiteral("Dictation language"));
     m_language->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    m_language->setMinimumContentsLength(16);
+    m_language->setMinimumContentsLength(12);
     language->addRow(QStringLiteral("Dictation language"), m_language);
     m_modelStatus = helpLabel(QString(), this);
     m_modelStatus->setAccessibleName(QStringLiteral("Model status"));
-    language->addRow(new QLabel(this), m_modelStatus);
+    addUnlabelled(language, m_modelStatus);
     m_languageHelp = helpLabel(languageHelp, this);
-    language->addRow(new QLabel(this), m_languageHelp);
+    addUnlabelled(language, m_languageHelp);
 
     // Cleanup
     QFormLayout* cleanup = addSection(QStringLiteral("Cleanup"));
     m_cleanup = new QCheckBox(QStringLiteral("Clean up transcripts"), this);
-    cleanup->addRow(new QLabel(this), m_cleanup);
-    cleanup->addRow(new QLabel(this), helpLabel(cleanupHelp, this));
+    cleanup->addRow(m_cleanup);
+    cleanup->addRow(helpLabel(cleanupHelp, this));
 
     // Startup
     QFormLayout* startup = addSection(QStringLiteral("Startup"));
     m_launchAtLogin = new QCheckBox(QStringLiteral("Launch Murmurly at login"), this);
-    startup->addRow(new QLabel(this), m_launchAtLogin);
+    startup->addRow(m_launchAtLogin);
 
     // Microphone
     QFormLayout* microphone = addSection(QStringLiteral("Microphone"));
@@ -131,8 +138,6 @@ QFormLayout* GeneralTab::addSection(const QString& title) {
     auto* group = new QGroupBox(title, this);
     auto* form = new QFormLayout(group);
     SettingsLayout::applyFormStyle(form);
-    // Rows without a label of their own get an empty one, so that every section has a label
-    // column to line up with the others.
     static_cast<QVBoxLayout*>(layout())->addWidget(group);
     m_forms.append(form);
     return form;

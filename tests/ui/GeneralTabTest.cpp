@@ -291,12 +291,18 @@ TEST(GeneralTab, SectionsAndTextsAtTheWindowsMinimumSize) {
 TEST(GeneralTab, FieldsOfAllSectionsLineUp) {
     ControllerHarness harness;
     SettingsFixture f(harness);
-    f.window->showAndRaise();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(f.window.get()));
-    const int left = f.general->captureModeBox()->mapTo(f.general, QPoint(0, 0)).x();
-    EXPECT_EQ(f.general->languageBox()->mapTo(f.general, QPoint(0, 0)).x(), left);
-    EXPECT_EQ(f.general->currentInputLabel()->mapTo(f.general, QPoint(0, 0)).x(), left);
-    EXPECT_EQ(f.general->cleanupBox()->mapTo(f.general, QPoint(0, 0)).x(), left);
+    f.show(SettingsTab::general);
+    const auto x = [&](const QWidget* widget) { return widget->mapTo(f.general, QPoint(0, 0)).x(); };
+    // Labelled fields share one column across the sections; switches start at the sections' edge.
+    const int field = x(f.general->captureModeBox());
+    EXPECT_EQ(x(f.general->recorderRow()), field);
+    EXPECT_EQ(x(f.general->languageBox()), field);
+    EXPECT_EQ(x(f.general->currentInputLabel()), field);
+    EXPECT_EQ(x(f.general->captureModeHelp()), field);
+    const int edge = x(f.general->trailingSpaceBox());
+    EXPECT_LT(edge, field);
+    EXPECT_EQ(x(f.general->cleanupBox()), edge);
+    EXPECT_EQ(x(f.general->launchAtLoginBox()), edge);
 }
 
 TEST(GeneralTab, WithNoSupportedLocalesYetThePickerIsEmptyAndTheHelpStillShows) {
@@ -404,7 +410,7 @@ TEST(GeneralTab, SwitchesWriteThePreferencesAndAgreeWithTheMenu) {
     EXPECT_TRUE(f.general->trailingSpaceBox()->isChecked());
     EXPECT_FALSE(f.general->cleanupBox()->isChecked());
 
-    QTest::mouseClick(f.general->trailingSpaceBox(), Qt::LeftButton);
+    clickCheckBox(f.general->trailingSpaceBox());
     EXPECT_EQ(harness.defaults.boolValue(AppController::trailingSpaceKey), false);
     EXPECT_FALSE(findAction(*menu.menu(), QStringLiteral("Append Trailing Space"))->isChecked());
 
@@ -422,12 +428,12 @@ TEST(GeneralTab, LaunchAtLoginFollowsTheDesktopAlsoAfterAFailure) {
     f.show(SettingsTab::general);
     QCheckBox* box = f.general->launchAtLoginBox();
     EXPECT_TRUE(box->isChecked()); // made on the first start
-    QTest::mouseClick(box, Qt::LeftButton);
+    clickCheckBox(box);
     EXPECT_FALSE(harness.loginItem.enabled);
     EXPECT_FALSE(box->isChecked());
 
     harness.loginItem.failure = QStringLiteral("autostart folder is read-only");
-    QTest::mouseClick(box, Qt::LeftButton);
+    clickCheckBox(box);
     EXPECT_EQ(harness.loginItem.registrations, 2);
     EXPECT_FALSE(box->isChecked());
     EXPECT_EQ(f.controller.lastErrorText(), QStringLiteral("Launch at login: autostart folder is read-only"));

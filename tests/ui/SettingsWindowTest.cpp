@@ -59,6 +59,21 @@ TEST(SettingsWindow, HasItsMinimumSizeAndSidebarWidthAndOpensAtItsContentSize) {
     EXPECT_GE(window.height(), 420);
 }
 
+TEST(SettingsWindow, AtTheMinimumSizeEveryPageFitsItsWidth) {
+    ControllerHarness harness;
+    SettingsFixture f(harness);
+    for (const SettingsTab tab : {SettingsTab::general, SettingsTab::usage, SettingsTab::permissions}) {
+        f.showAtMinimumSize(tab);
+        QWidget* page = f.window->page(SettingsTabs::title(tab));
+        const auto* scroller = qobject_cast<QScrollArea*>(page->parentWidget()->parentWidget());
+        ASSERT_NE(scroller, nullptr);
+        // Nothing cut off at the right: the page is no wider than the space beside the sidebar.
+        EXPECT_LE(page->minimumSizeHint().width(), scroller->viewport()->width())
+            << qPrintable(SettingsTabs::title(tab));
+        EXPECT_LE(page->width(), scroller->viewport()->width()) << qPrintable(SettingsTabs::title(tab));
+    }
+}
+
 TEST(SettingsWindow, ShowAndRaiseShowsActivatesAndRestoresAMinimisedWindow) {
     ControllerHarness harness;
     SettingsFixture f(harness);

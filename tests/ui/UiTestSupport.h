@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QStringList>
+#include <QTest>
 #include <QWidget>
 
 #include <gtest/gtest.h>
@@ -66,6 +67,12 @@ inline QAbstractButton* findButton(const QWidget* root, const QString& text) {
     for (QAbstractButton* button : root->findChildren<QAbstractButton*>())
         if (button->text() == text && button->isVisibleTo(root)) return button;
     return nullptr;
+}
+
+// Clicks a check box where its box is drawn (a check box that spans a row is only clickable
+// on its box and text, not in the middle of the row).
+inline void clickCheckBox(QAbstractButton* box) {
+    QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
 }
 
 // Writes the image to the screenshot folder; the answer is the file's path.
