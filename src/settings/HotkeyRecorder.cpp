@@ -13,20 +13,22 @@ namespace murmurly {
 HotkeyRecorder::HotkeyRecorder(AppController& controller, const KeyEventTranslator& translator,
                                QObject* parent)
     : QObject(parent)
-    , m_controller(controller)
+    , m_controller(&controller)
     , m_translator(translator) {
 }
 
 HotkeyRecorder::~HotkeyRecorder() {
     // Never leave the program without its trigger.
     if (m_recording) cancel();
+    tearDown();
 }
 
 void HotkeyRecorder::start() {
     if (m_recording) return;
     setShowTypeableWarning(false);
+    if (!m_controller) return;
     m_recording = true;
-    m_controller.hotkeyMonitor().stop();
+    m_controller->hotkeyMonitor().stop();
     // Application-wide, so the key is read whichever of the program's windows has the focus.
     QCoreApplication::instance()->installEventFilter(this);
     m_filterInstalled = true;
@@ -36,7 +38,7 @@ void HotkeyRecorder::start() {
 void HotkeyRecorder::cancel() {
     if (!m_recording) return;
     tearDown();
-    m_controller.endHotkeyRecording(std::nullopt);
+    if (m_controller) m_controller->endHotkeyRecording(std::nullopt);
 }
 
 void HotkeyRecorder::toggle() {
@@ -77,17 +79,18 @@ bool HotkeyRecorder::eventFilter(QObject* watched, QEvent* event) {
 
 void HotkeyRecorder::finish(const HotkeyBinding& binding) {
     tearDown();
-    m_controller.endHotkeyRecording(binding);
+    if (m_controller) m_controller->endHotkeyRecording(binding);
     setShowTypeableWarning(binding.isTypeable());
 }
 
 void HotkeyRecorder::tearDown() {
+    const bool wasRecording = m_recording;
     m_recording = false;
     if (m_filterInstalled) {
         QCoreApplication::instance()->removeEventFilter(this);
         m_filterInstalled = false;
     }
-    emit recordingChanged(false);
+    if (wasRecording) emit recordingChanged(false);
 }
 
 void HotkeyRecorder::setShowTypeableWarning(bool shown) {

@@ -3,6 +3,7 @@
 #include "hotkey/HotkeyBinding.h"
 
 #include <QObject>
+#include <QPointer>
 
 namespace murmurly {
 
@@ -48,7 +49,7 @@ private:
     void tearDown();
     void setShowTypeableWarning(bool shown);
 
-    AppController& m_controller;
+    QPointer<AppController> m_controller; // a window may outlive the controller at exit
     const KeyEventTranslator& m_translator;
     bool m_recording = false;
     bool m_filterInstalled = false;

@@ -100,6 +100,12 @@ void SettingsWindow::showAndRaise() {
     activateWindow();
 }
 
+void SettingsWindow::showEvent(QShowEvent* event) {
+    // Pages may have grown since the last time (rows added, a warning shown).
+    setMaximumSize(sizeHint());
+    QWidget::showEvent(event);
+}
+
 QSize SettingsWindow::sizeHint() const {
     // As large as the largest page wants, within the minimum and most of the screen.
     QSize content(0, 0);

@@ -11,8 +11,8 @@ class QStackedWidget;
 namespace murmurly {
 
 // "Murmurly Settings": a sidebar of tabs beside the selected tab's page. The pages come from the
-// caller, in sidebar order. The window opens at the size its content asks for, never smaller
-// than the minimum, and pages taller than the window scroll.
+// caller, in sidebar order. The window opens at the size its content asks for and can be made
+// smaller down to its minimum, where pages scroll, but no larger than its content needs.
 class SettingsWindow : public QWidget {
     Q_OBJECT
 
@@ -33,6 +33,9 @@ public:
     void showAndRaise();
 
     QSize sizeHint() const override;
+
+protected:
+    void showEvent(QShowEvent* event) override;
 
 private:
     QListWidget* m_sidebar;

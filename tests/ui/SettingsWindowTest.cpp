@@ -52,6 +52,13 @@ TEST(SettingsWindow, HasItsMinimumSizeAndSidebarWidthAndOpensAtItsContentSize) {
     EXPECT_FALSE(scroller->verticalScrollBar()->isVisible());
     saveScreenshot(&window, QStringLiteral("settings-general-opened"));
 
+    // No larger than the content needs.
+    const QSize opened = window.size();
+    window.resize(3000, 3000);
+    QCoreApplication::processEvents();
+    EXPECT_LE(window.width(), opened.width());
+    EXPECT_LE(window.height(), opened.height());
+
     // Never smaller than the minimum; the page scrolls instead.
     window.resize(300, 200);
     QCoreApplication::processEvents();
