@@ -20,6 +20,8 @@ HotkeyRecorderRow::HotkeyRecorderRow(AppController& controller, const KeyEventTr
     , m_warning(new QLabel(HotkeyRecorder::typeableWarning)) {
     m_trigger->setTextFormat(Qt::PlainText);
     m_trigger->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    // The recording prompt is longer than a key's name; in a narrow window it takes two lines.
+    m_trigger->setWordWrap(true);
     m_trigger->setAccessibleName(QStringLiteral("Current trigger"));
     m_button->setAutoDefault(false);
     m_warning->setTextFormat(Qt::PlainText);

@@ -84,6 +84,12 @@ TEST(HotkeyRecorder, ShowsTheTriggerAndRecordingStopsTheMonitor) {
     EXPECT_EQ(f.row().button()->text(), QStringLiteral("Cancel"));
     f.window->resize(f.window->minimumSize());
     QCoreApplication::processEvents();
+    // The whole prompt is readable at the narrowest width.
+    QLabel* prompt = f.row().triggerLabel();
+    const QRect room = prompt->contentsRect();
+    const QRect needed = prompt->fontMetrics().boundingRect(room, Qt::TextWordWrap, prompt->text());
+    EXPECT_LE(needed.width(), room.width());
+    EXPECT_LE(needed.height(), room.height());
     saveScreenshot(f.window.get(), QStringLiteral("settings-general-recording"));
 }
 
