@@ -1,11 +1,14 @@
 #include "ManualClock.h"
 #include "core/SystemClock.h"
 
+#include <QCoreApplication>
 #include <QCoroTask>
 #include <QElapsedTimer>
+#include <QList>
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <vector>
 
 using namespace murmurly;
@@ -87,4 +90,37 @@ TEST(SystemClock, SleepWaitsOnTheEventLoop) {
     QCoro::waitFor(clock.sleep(30ms));
     EXPECT_GE(wall.elapsed(), 25);
     EXPECT_LT(wall.elapsed(), 5000);
+}
+
+TEST(SystemClock, PendingSleepsAreResumedWhenTheClockGoesAwaySoTheirTasksCanEnd) {
+    auto clock = std::make_unique<SystemClock>();
+    auto alive = std::make_shared<bool>(true);
+    auto ended = std::make_shared<bool>(false);
+    // A task that sleeps for an hour and checks on waking whether its owner is still there.
+    [](Clock& c, std::shared_ptr<bool> owner, std::shared_ptr<bool> done) -> QCoro::Task<> {
+        co_await c.sleep(std::chrono::hours(1));
+        if (!*owner) *done = true;
+    }(*clock, alive, ended);
+    EXPECT_EQ(clock->pendingSleeps(), 1u);
+    EXPECT_FALSE(*ended);
+    *alive = false;
+    clock.reset();
+    EXPECT_TRUE(*ended);
+}
+
+TEST(SystemClock, SleepsOfTheSameLengthResumeInTheOrderTheyBegan) {
+    SystemClock clock;
+    QList<int> order;
+    auto sleeper = [](Clock& c, QList<int>& out, int n) -> QCoro::Task<> {
+        co_await c.sleep(20ms);
+        out << n;
+    };
+    sleeper(clock, order, 1);
+    sleeper(clock, order, 2);
+    QElapsedTimer wall;
+    wall.start();
+    while (order.size() < 2 && wall.elapsed() < 5000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
+    EXPECT_EQ(order, (QList<int>{1, 2}));
+    EXPECT_EQ(clock.pendingSleeps(), 0u);
 }
