@@ -67,7 +67,9 @@ CleanupTab::CleanupTab(AppController& controller, LocalLanguageModel& localModel
     auto* column = new QVBoxLayout(content);
     column->setContentsMargins(SettingsLayout::contentMargin, SettingsLayout::contentMargin,
                                SettingsLayout::contentMargin, SettingsLayout::contentMargin);
-    column->setSpacing(SettingsLayout::sectionSpacing);
+    // A little tighter than the other tabs, so that a network provider's four sections fit the
+    // window at its smallest without scrolling.
+    column->setSpacing(SettingsLayout::sectionSpacing - 10);
     column->addWidget(buildProviderSection());
     column->addWidget(m_localSection = buildLocalSection());
     column->addWidget(m_configurationSection = buildConfigurationSection());
@@ -166,10 +168,12 @@ QGroupBox* CleanupTab::buildLocalSection() {
         m_localModel.refreshAvailability();
         refreshLocalStatus();
     });
-    auto* statusRow = new QHBoxLayout;
-    statusRow->addWidget(m_localStatus, 1);
-    statusRow->addWidget(m_checkAgain, 0, Qt::AlignTop);
-    form->addRow(statusRow);
+    // The status gets the whole width, so an address in it is not broken over lines needlessly.
+    form->addRow(m_localStatus);
+    auto* checkRow = new QHBoxLayout;
+    checkRow->addWidget(m_checkAgain);
+    checkRow->addStretch(1);
+    form->addRow(checkRow);
     if (m_server)
         form->addRow(
             new NoteLabel(QStringLiteral("A model server on this computer that speaks the OpenAI API, "
@@ -200,7 +204,7 @@ QGroupBox* CleanupTab::buildConfigurationSection() {
 QGroupBox* CleanupTab::buildKeySection() {
     auto* section = new QGroupBox(QStringLiteral("API Key"));
     auto* column = new QVBoxLayout(section);
-    column->setSpacing(8);
+    column->setSpacing(6);
     m_keyStored = new StatusLabel(StatusLabel::Kind::key, keyStoredText);
     m_keyStored->setObjectName(QStringLiteral("keyStored"));
     m_keyringUnavailable = new StatusLabel(StatusLabel::Kind::warning, keyringUnavailableText);
@@ -246,6 +250,7 @@ QGroupBox* CleanupTab::buildTestSection() {
     auto* section = new QGroupBox(QStringLiteral("Test"));
     auto* row = new QHBoxLayout(section);
     m_test = new QPushButton(QStringLiteral("Test Cleanup"));
+    m_test->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     m_test->setObjectName(QStringLiteral("testCleanup"));
     m_test->setAccessibleName(QStringLiteral("Test Cleanup"));
     connect(m_test, &QPushButton::clicked, this, [this] { runTest(); });
@@ -257,7 +262,7 @@ QGroupBox* CleanupTab::buildTestSection() {
     m_testProgress->setFixedSize(80, 10);
     m_testResult = new StatusLabel;
     m_testResult->setObjectName(QStringLiteral("testResult"));
-    row->addWidget(m_test, 0, Qt::AlignTop);
+    row->addWidget(m_test, 0, Qt::AlignLeft | Qt::AlignTop);
     row->addWidget(m_testProgress, 0, Qt::AlignVCenter);
     row->addWidget(m_testResult, 1);
     setTestState(TestState::idle);

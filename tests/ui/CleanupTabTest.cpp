@@ -366,6 +366,16 @@ TEST_F(CleanupTabTest, Screenshots) {
     ASSERT_FALSE(path.isEmpty());
     EXPECT_EQ(QImage(path).size(), murmurly::testing::tabAreaSize);
 
+    // With no key stored, and the outcome of a test shown.
+    settings().setProvider(CleanupProvider::openAICompatible);
+    CleanupTab openAI(harness.controller(), harness.localModel);
+    openAI.resize(murmurly::testing::tabAreaSize);
+    QTest::mouseClick(openAI.findChild<QPushButton*>(QStringLiteral("testCleanup")), Qt::LeftButton);
+    ASSERT_EQ(openAI.testState(), CleanupTab::TestState::failed);
+    const QString openAIPath = murmurly::testing::saveTabScreenshot(openAI, QStringLiteral("cleanup-tab-openai"));
+    ASSERT_FALSE(openAIPath.isEmpty());
+    EXPECT_EQ(QImage(openAIPath).size(), murmurly::testing::tabAreaSize);
+
     QNetworkAccessManager network;
     LocalModelServer local(harness.defaults, network);
     settings().setProvider(CleanupProvider::onDevice);
