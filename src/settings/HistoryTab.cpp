@@ -17,6 +17,7 @@
 #include <QFrame>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QHash>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -54,11 +55,16 @@ HistoryTab::HistoryTab(AppController& controller, FileDialogs& dialogs, QWidget*
 HistoryTab::~HistoryTab() = default;
 
 QString HistoryTab::headerLine(const HistoryEntry& entry, const QLocale& locale) {
+    return headerLine(entry, locale,
+                      entry.appBundleID ? ApplicationName::forIdentifier(*entry.appBundleID) : QString());
+}
+
+QString HistoryTab::headerLine(const HistoryEntry& entry, const QLocale& locale, const QString& appName) {
     // Abbreviated month, day, then the locale's own short time (with AM/PM where it uses one).
     const QString format = QStringLiteral("MMM d, ") + locale.timeFormat(QLocale::ShortFormat);
     QStringList parts{locale.toString(entry.date().toLocalTime(), format)};
     if (entry.providerName != AppController::noProviderName) parts << entry.providerName;
-    if (entry.appBundleID) parts << ApplicationName::forIdentifier(*entry.appBundleID);
+    if (entry.appBundleID) parts << appName;
     return parts.join(QStringLiteral(" \u00B7 "));
 }
 
@@ -226,9 +232,19 @@ void HistoryTab::refreshList() {
 
     m_list->clear();
     const QLocale locale;
+    // Most entries share a handful of applications: each one's desktop entry is read once.
+    QHash<QString, QString> appNames;
     for (const HistoryEntry& entry : m_shown) {
         auto* item = new QListWidgetItem(shownText(entry));
-        const QString header = headerLine(entry, locale);
+        QString appName;
+        if (entry.appBundleID) {
+            auto known = appNames.find(*entry.appBundleID);
+            if (known == appNames.end())
+                known =
+                    appNames.insert(*entry.appBundleID, ApplicationName::forIdentifier(*entry.appBundleID));
+            appName = *known;
+        }
+        const QString header = headerLine(entry, locale, appName);
         item->setData(HistoryEntryDelegate::headerRole, header);
         item->setData(idRole, entry.id);
         item->setData(Qt::AccessibleTextRole, header + QStringLiteral(": ") + shownText(entry));

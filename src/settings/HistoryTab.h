@@ -46,6 +46,8 @@ public:
     QList<HistoryEntry> shownEntries() const;
 
 private:
+    static QString headerLine(const HistoryEntry& entry, const QLocale& locale, const QString& appName);
+
     void build();
     void refreshSwitch();
     void refreshRetention();
