@@ -325,6 +325,25 @@ TEST_F(HistoryTabTest, TheKeyboardCopiesAndDeletesTheSelectedEntry) {
     EXPECT_EQ(rowTexts(*tab), QStringList{"first"});
 }
 
+TEST_F(HistoryTabTest, AKeyboardMenuRequestOpensTheMenuOfTheSelectedEntry) {
+    setEntries({entry("first"), entry("heard words", QStringLiteral("Final words."))});
+    auto tab = makeTab();
+    auto* list = child<QListWidget>(*tab, "entries");
+    list->setFocus();
+    QTest::keyClick(list, Qt::Key_Down);
+    QTest::keyClick(list, Qt::Key_Down);
+    ASSERT_EQ(list->currentRow(), 1);
+    // The request the menu key makes: at the current item, with the keyboard as its reason.
+    const QPoint point = list->visualItemRect(list->currentItem()).center();
+    QContextMenuEvent request(QContextMenuEvent::Keyboard, point, list->viewport()->mapToGlobal(point));
+    QApplication::sendEvent(list->viewport(), &request);
+    auto* menu = tab->findChild<QMenu*>(QStringLiteral("entryMenu"));
+    ASSERT_NE(menu, nullptr);
+    EXPECT_EQ(actionTexts(menu), (QStringList{"Copy", "Copy Raw", "Re-insert", "---", "Delete"}));
+    choose(menu, QStringLiteral("Copy Raw"));
+    EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("heard words"));
+}
+
 TEST_F(HistoryTabTest, ClearAllAsksFirstAndThenDeletesEverything) {
     setEntries({entry("a"), entry("b")});
     auto tab = makeTab();
