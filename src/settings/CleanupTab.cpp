@@ -227,8 +227,10 @@ QGroupBox* CleanupTab::buildKeySection() {
     m_clearKey->setAccessibleName(QStringLiteral("Clear Key"));
     // Removing a key cannot be undone: the button reads in the destructive colour.
     QPalette destructive = m_clearKey->palette();
-    destructive.setColor(QPalette::ButtonText,
-                         StatusLabel::colorFor(StatusLabel::Kind::failure, destructive));
+    // Only while the button can be pressed: disabled, it greys out like any other.
+    for (const QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive})
+        destructive.setColor(group, QPalette::ButtonText,
+                             StatusLabel::colorFor(StatusLabel::Kind::failure, destructive));
     m_clearKey->setPalette(destructive);
     connect(m_clearKey, &QPushButton::clicked, this, &CleanupTab::clearKey);
     auto* buttons = new QHBoxLayout;

@@ -154,8 +154,10 @@ void HistoryTab::build() {
     m_clearAll->setObjectName(QStringLiteral("clearAll"));
     m_clearAll->setAccessibleName(QStringLiteral("Clear All"));
     QPalette destructive = m_clearAll->palette();
-    destructive.setColor(QPalette::ButtonText,
-                         StatusLabel::colorFor(StatusLabel::Kind::failure, destructive));
+    // Only while the button can be pressed: disabled, it greys out like any other.
+    for (const QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive})
+        destructive.setColor(group, QPalette::ButtonText,
+                             StatusLabel::colorFor(StatusLabel::Kind::failure, destructive));
     m_clearAll->setPalette(destructive);
     connect(m_clearAll, &QPushButton::clicked, this, &HistoryTab::clearAll);
     searchRow->addWidget(m_search, 1);
