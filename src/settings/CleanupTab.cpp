@@ -133,11 +133,12 @@ QGroupBox* CleanupTab::buildLocalSection() {
     auto* form = new QFormLayout(section);
     SettingsLayout::applyFormStyle(form);
 
-    m_localBaseURL = new QLineEdit;
+    // Owned by the section even when no server's settings are shown (and so never laid out).
+    m_localBaseURL = new QLineEdit(section);
     m_localBaseURL->setObjectName(QStringLiteral("localServerURL"));
     m_localBaseURL->setPlaceholderText(LocalModelServer::defaultBaseURL);
     m_localBaseURL->setClearButtonEnabled(true);
-    m_localModelChoice = new QComboBox;
+    m_localModelChoice = new QComboBox(section);
     m_localModelChoice->setObjectName(QStringLiteral("localModel"));
     m_localModelChoice->setEditable(true);
     m_localModelChoice->setInsertPolicy(QComboBox::NoInsert);
