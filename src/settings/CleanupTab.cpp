@@ -74,6 +74,7 @@ CleanupTab::CleanupTab(AppController& controller, LocalLanguageModel& localModel
     column->addWidget(m_localSection = buildLocalSection());
     column->addWidget(m_configurationSection = buildConfigurationSection());
     column->addWidget(m_keySection = buildKeySection());
+    column->addSpacing(4);
     column->addWidget(buildTestSection());
     column->addStretch(1);
 
@@ -249,9 +250,11 @@ QGroupBox* CleanupTab::buildKeySection() {
     return section;
 }
 
-QGroupBox* CleanupTab::buildTestSection() {
-    auto* section = new QGroupBox(QStringLiteral("Test"));
+QWidget* CleanupTab::buildTestSection() {
+    // An action rather than a setting: a row under the sections, without a box of its own.
+    auto* section = new QWidget;
     auto* row = new QHBoxLayout(section);
+    row->setContentsMargins(0, 0, 0, 0);
     m_test = new QPushButton(QStringLiteral("Test Cleanup"));
     m_test->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     m_test->setObjectName(QStringLiteral("testCleanup"));

@@ -51,7 +51,7 @@ private:
     QGroupBox* buildLocalSection();
     QGroupBox* buildConfigurationSection();
     QGroupBox* buildKeySection();
-    QGroupBox* buildTestSection();
+    QWidget* buildTestSection();
 
     void providerChanged();
     void refresh();

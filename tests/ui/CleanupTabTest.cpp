@@ -372,7 +372,8 @@ TEST_F(CleanupTabTest, Screenshots) {
     openAI.resize(murmurly::testing::tabAreaSize);
     QTest::mouseClick(openAI.findChild<QPushButton*>(QStringLiteral("testCleanup")), Qt::LeftButton);
     ASSERT_EQ(openAI.testState(), CleanupTab::TestState::failed);
-    const QString openAIPath = murmurly::testing::saveTabScreenshot(openAI, QStringLiteral("cleanup-tab-openai"));
+    const QString openAIPath =
+        murmurly::testing::saveTabScreenshot(openAI, QStringLiteral("cleanup-tab-openai"));
     ASSERT_FALSE(openAIPath.isEmpty());
     EXPECT_EQ(QImage(openAIPath).size(), murmurly::testing::tabAreaSize);
 
