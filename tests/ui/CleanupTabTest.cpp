@@ -9,6 +9,7 @@
 #include "cleanup/LocalModelServer.h"
 #include "settings/StatusLabel.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QImage>
 #include <QLabel>
@@ -16,6 +17,8 @@
 #include <QNetworkAccessManager>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -356,6 +359,26 @@ TEST_F(CleanupTabTest, TheLocalServerFieldsAreStoredAndTheStatusFollowsTheServer
         [&] { return local.availability() == LocalLanguageModel::Availability::serverUnreachable; }));
     EXPECT_EQ(status->text(),
               QStringLiteral("No local model server answered at ") + closed + QStringLiteral("."));
+}
+
+TEST_F(CleanupTabTest, EveryProviderFitsTheSmallestWindowWithoutScrolling) {
+    harness.controller().keychain().set(QStringLiteral("k"), anthropicAccount);
+    harness.controller().keychain().set(QStringLiteral("k"), QStringLiteral("openai-compatible-api-key"));
+    harness.localModel.state = LocalLanguageModel::Availability::serverUnreachable;
+    for (const CleanupProvider provider : CleanupProviders::allCases) {
+        SCOPED_TRACE(CleanupProviders::rawValue(provider).toStdString());
+        auto tab = makeTab(provider);
+        // The tallest state: a key stored (its line and Clear Key shown) and a test outcome shown.
+        harness.localModel.next = {std::nullopt, QStringLiteral("no")};
+        QTest::mouseClick(child<QPushButton>(*tab, "testCleanup"), Qt::LeftButton);
+        ASSERT_TRUE(waitUntil([&] { return tab->testState() == CleanupTab::TestState::failed; }));
+        QApplication::processEvents();
+        auto* scroll = tab->findChild<QScrollArea*>();
+        ASSERT_NE(scroll, nullptr);
+        EXPECT_FALSE(scroll->verticalScrollBar()->isVisible())
+            << "content " << scroll->widget()->sizeHint().height() << " px in "
+            << scroll->viewport()->height();
+    }
 }
 
 TEST_F(CleanupTabTest, Screenshots) {
