@@ -4,7 +4,7 @@
 
 #include "XvfbServer.h"
 
-#include <QGuiApplication>
+#include <QApplication>
 #include <QLoggingCategory>
 
 #include <benchmark/benchmark.h>
@@ -91,15 +91,15 @@ private:
 
 int main(int argc, char** argv) {
     // The desktop benchmarks run against a private X server, never the user's display; the GUI
-    // application object connects to it for the clipboard. Without Xvfb they report an error and
-    // the others still run.
+    // application object (a widgets one, for the settings window) connects to it. Without Xvfb
+    // they report an error and the others still run.
     murmurly::testing::XvfbServer server;
     std::unique_ptr<QCoreApplication> app;
     if (server.isRunning()) {
         qputenv("DISPLAY", server.displayName());
         qputenv("QT_QPA_PLATFORM", "xcb");
         qunsetenv("WAYLAND_DISPLAY");
-        app = std::make_unique<QGuiApplication>(argc, argv);
+        app = std::make_unique<QApplication>(argc, argv);
     } else {
         std::fprintf(stderr, "No private X server (%s): the desktop benchmarks will fail\n",
                      qPrintable(server.error()));

@@ -57,8 +57,8 @@ AppController::AppController(AppServices services, QObject* parent)
     m_launchAtLogin = m_services.loginItem.isEnabled();
     m_keychain = std::make_unique<KeychainStore>(m_services.secrets);
     m_replacements = std::make_unique<ReplacementStore>(defaults);
-    m_cleanupSettings = std::make_unique<CleanupSettings>(defaults, *m_keychain, m_services.localModel,
-                                                          m_services.network);
+    m_cleanupSettings =
+        std::make_unique<CleanupSettings>(defaults, *m_keychain, m_services.localModel, m_services.network);
     m_usage = std::make_unique<UsageTracker>(defaults);
     m_history = std::make_unique<HistoryStore>(defaults, m_services.clock, m_services.historyFilePath);
     m_hotkeyMonitor = std::make_unique<HotkeyMonitor>(m_services.keyEvents);
@@ -141,8 +141,8 @@ void AppController::pttPressed() {
 void AppController::pttReleased() {
     if (captureMode() != CaptureMode::hold || m_state != DictationState::recording) return;
     const bool insert =
-        m_pressedAt && std::chrono::duration<double>(m_services.clock.now() - *m_pressedAt).count() >=
-                           minimumHoldSeconds;
+        m_pressedAt &&
+        std::chrono::duration<double>(m_services.clock.now() - *m_pressedAt).count() >= minimumHoldSeconds;
     stopRecording(insert);
 }
 
@@ -167,7 +167,8 @@ QCoro::Task<> AppController::startDictation(SharedCompletion started) {
     const std::shared_ptr<Alive> alive = m_alive;
     std::exception_ptr failure;
     try {
-        m_engine = std::make_unique<TranscriptionEngine>(m_services.speech, m_services.clock, m_dictationLocaleID);
+        m_engine =
+            std::make_unique<TranscriptionEngine>(m_services.speech, m_services.clock, m_dictationLocaleID);
         // A cancel may take the engine away while this waits; it waits for this start before it
         // drops the engine, so the pointer stays good until the end of the sequence.
         TranscriptionEngine* engine = m_engine.get();
@@ -263,7 +264,8 @@ QCoro::Task<> AppController::finishDictation(bool insert) {
             setLastError(QStringLiteral("Cleanup is on but the selected provider isn't configured."));
         } else {
             setState(DictationState::cleaning);
-            const std::optional<TransformResult> result = co_await transformer->transform(text, CleanupPrompt::system);
+            const std::optional<TransformResult> result =
+                co_await transformer->transform(text, CleanupPrompt::system);
             if (!alive->value) co_return;
             if (!result) {
                 setLastError(QStringLiteral("Cleanup failed \u2014 inserted the raw transcript."));

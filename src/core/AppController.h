@@ -79,7 +79,8 @@ class AppController : public QObject {
     Q_PROPERTY(murmurly::HotkeyBinding hotkeyBinding READ hotkeyBinding NOTIFY hotkeyBindingChanged)
     Q_PROPERTY(QString dictationLocaleID READ dictationLocaleID NOTIFY dictationLocaleIDChanged)
     Q_PROPERTY(QStringList supportedLocales READ supportedLocales NOTIFY supportedLocalesChanged)
-    Q_PROPERTY(murmurly::CaptureMode captureMode READ captureMode WRITE setCaptureMode NOTIFY captureModeChanged)
+    Q_PROPERTY(
+        murmurly::CaptureMode captureMode READ captureMode WRITE setCaptureMode NOTIFY captureModeChanged)
 
 public:
     // Preference keys owned here.

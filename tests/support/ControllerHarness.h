@@ -41,10 +41,11 @@ public:
 
     // Delivers queued work on the event loop without moving virtual time.
     void settle();
-    // Moves virtual time forward (resuming the sleeps that fall due), then settles.
+    // Moves virtual time forward in small steps, settling after each, so that work queued on the
+    // event loop keeps pace with time.
     void advance(std::chrono::milliseconds by);
 
-    // The current dictation's fake recognizer session, when one exists.
+    // The recognizer session that exists right now, if any.
     FakeRecognizerSession* session() const;
 
     // The history file lives in a temporary folder of the harness.

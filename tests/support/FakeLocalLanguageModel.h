@@ -4,6 +4,10 @@
 
 #include <QStringList>
 
+#include <coroutine>
+#include <functional>
+#include <vector>
+
 namespace murmurly::testing {
 
 // A local model with a settable availability and a scripted generation; records what it was asked.
@@ -23,8 +27,32 @@ public:
     QCoro::Task<Generation> generateCleanedText(QString instructions, QString userTurn) override {
         instructionsSeen.append(instructions);
         userTurnsSeen.append(userTurn);
-        co_return next;
+        const Generation result = answer ? answer(userTurn) : next;
+        if (waits) co_await Gate{this};
+        co_return result;
     }
+
+    // Lets every waiting generation answer.
+    void releaseWaiting() {
+        std::vector<std::coroutine_handle<>> waiting = std::exchange(m_waiting, {});
+        for (std::coroutine_handle<> handle : waiting)
+            handle.resume();
+    }
+    std::size_t waitingCount() const { return m_waiting.size(); }
+
+    // When set, generations answer from the user turn instead of `next`.
+    std::function<Generation(const QString& userTurn)> answer;
+    // Generations wait for releaseWaiting() before they answer.
+    bool waits = false;
+
+private:
+    struct Gate {
+        FakeLocalLanguageModel* model;
+        bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> handle) { model->m_waiting.push_back(handle); }
+        void await_resume() const noexcept {}
+    };
+    std::vector<std::coroutine_handle<>> m_waiting;
 };
 
 } // namespace murmurly::testing

@@ -123,17 +123,48 @@ private:
     int m_cancelCalls = 0;
 };
 
+// Waits for the test to let the installs go on, or not at all.
+struct InstallGate {
+    bool waits = false;
+    std::optional<QString> failure; // installs fail with this description while set
+    std::vector<std::coroutine_handle<>> waiting;
+
+    void release() {
+        std::vector<std::coroutine_handle<>> handles = std::exchange(waiting, {});
+        for (std::coroutine_handle<> handle : handles)
+            handle.resume();
+    }
+};
+
 class FakeInstallRequest final : public ModelInstallRequest {
 public:
-    explicit FakeInstallRequest(int& downloads)
-        : m_downloads(downloads) {}
+    FakeInstallRequest(int& downloads, InstallGate& gate, QStringList& installed, QString language)
+        : m_downloads(downloads)
+        , m_gate(gate)
+        , m_installed(installed)
+        , m_language(std::move(language)) {}
     QCoro::Task<> downloadAndInstall() override {
         ++m_downloads;
-        co_return;
+        InstallGate& gate = m_gate;
+        QStringList& installed = m_installed;
+        const QString language = m_language;
+        if (gate.waits) co_await Wait{gate};
+        if (gate.failure) throw std::runtime_error(gate.failure->toStdString());
+        installed.append(language);
     }
 
 private:
+    struct Wait {
+        InstallGate& gate;
+        bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> handle) { gate.waiting.push_back(handle); }
+        void await_resume() const noexcept {}
+    };
+
     int& m_downloads;
+    InstallGate& m_gate;
+    QStringList& m_installed;
+    QString m_language;
 };
 
 // Languages, installs and sessions as the test sets them up.
@@ -144,7 +175,7 @@ public:
     std::unique_ptr<ModelInstallRequest> installRequest(const QString& language) override {
         requestedInstalls.append(language);
         if (installed.contains(language)) return nullptr;
-        return std::make_unique<FakeInstallRequest>(downloads);
+        return std::make_unique<FakeInstallRequest>(downloads, installGate, installed, language);
     }
     std::optional<AudioFormat> bestAudioFormat(const QString&) override { return format; }
     std::unique_ptr<RecognizerSession> makeSession(const QString& language) override {
@@ -159,6 +190,7 @@ public:
     std::optional<AudioFormat> format = AudioFormat::int16(16000, 1);
     FakeSessionScript script;
 
+    InstallGate installGate;
     int downloads = 0;
     QStringList requestedInstalls;
     QStringList sessionLanguages;

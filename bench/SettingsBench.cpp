@@ -1,0 +1,125 @@
+// Opening the settings window from the tray menu: the menu's action, the window with its pages
+// built and shown, until the X server has it on screen.
+#include "ControllerHarness.h"
+#include "Figures.h"
+
+#include "app/MenuContent.h"
+#include "platform/linux/X11KeyEventTranslator.h"
+#include "settings/GeneralTab.h"
+#include "settings/InputDeviceName.h"
+#include "settings/PermissionsTab.h"
+#include "settings/SettingsTab.h"
+#include "settings/SettingsWindow.h"
+#include "settings/UsageTab.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QTest>
+
+#include <benchmark/benchmark.h>
+
+#include <memory>
+
+using namespace murmurly;
+
+namespace {
+
+class FixedInputName final : public InputDeviceName {
+public:
+    std::optional<QString> currentInputName() override { return QStringLiteral("Built-in Microphone"); }
+};
+
+// What the program does on "Settings…" when the window does not exist yet: build every page and
+// the window, then bring it to the front.
+std::unique_ptr<SettingsWindow> buildWindow(AppController& controller, Permissions& permissions,
+                                            const KeyEventTranslator& translator,
+                                            InputDeviceName& inputName) {
+    QList<SettingsPage> pages;
+    for (const SettingsTab tab : SettingsTabs::allCases) {
+        QWidget* page = nullptr;
+        switch (tab) {
+        case SettingsTab::general:
+            page = new GeneralTab(controller, translator, inputName);
+            break;
+        case SettingsTab::usage:
+            page = new UsageTab(controller.usage());
+            break;
+        case SettingsTab::permissions:
+            page = new PermissionsTab(controller, permissions);
+            break;
+        default:
+            // The other tabs are built elsewhere; a label stands in for each.
+            page = new QLabel(SettingsTabs::title(tab));
+            break;
+        }
+        pages.append({SettingsTabs::title(tab), SettingsTabs::icon(tab), page});
+    }
+    return std::make_unique<SettingsWindow>(pages);
+}
+
+void BM_OpenSettingsWindow(benchmark::State& state) {
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        state.SkipWithError("needs the private X server");
+        return;
+    }
+    testing::ControllerHarness harness;
+    AppController& controller = harness.controller();
+    MenuContent menu(controller, controller.usage(), controller.cleanupSettings(), harness.permissions);
+    X11KeyEventTranslator translator;
+    FixedInputName inputName;
+    std::unique_ptr<SettingsWindow> window;
+    QObject::connect(&menu, &MenuContent::settingsRequested, [&] {
+        if (!window) window = buildWindow(controller, harness.permissions, translator, inputName);
+        window->showAndRaise();
+    });
+    for (auto _ : state) {
+        menu.settingsAction()->trigger();
+        if (!QTest::qWaitForWindowExposed(window.get(), 5000)) {
+            state.SkipWithError("the window never appeared");
+            break;
+        }
+        state.PauseTiming();
+        window.reset();
+        QCoreApplication::processEvents();
+        state.ResumeTiming();
+    }
+}
+
+// The same window opened again after it was closed: only showing and raising.
+void BM_ReopenSettingsWindow(benchmark::State& state) {
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        state.SkipWithError("needs the private X server");
+        return;
+    }
+    testing::ControllerHarness harness;
+    AppController& controller = harness.controller();
+    MenuContent menu(controller, controller.usage(), controller.cleanupSettings(), harness.permissions);
+    X11KeyEventTranslator translator;
+    FixedInputName inputName;
+    const std::unique_ptr<SettingsWindow> window =
+        buildWindow(controller, harness.permissions, translator, inputName);
+    QObject::connect(&menu, &MenuContent::settingsRequested, window.get(), &SettingsWindow::showAndRaise);
+    for (auto _ : state) {
+        menu.settingsAction()->trigger();
+        if (!QTest::qWaitForWindowExposed(window.get(), 5000)) {
+            state.SkipWithError("the window never appeared");
+            break;
+        }
+        state.PauseTiming();
+        window->close();
+        QCoreApplication::processEvents();
+        state.ResumeTiming();
+    }
+}
+
+const bool figures = [] {
+    bench::addFigure("BM_OpenSettingsWindow", {"<= 300 ms", 0.300, std::nullopt});
+    bench::addFigure("BM_ReopenSettingsWindow", {"<= 300 ms", 0.300, std::nullopt});
+    return true;
+}();
+
+} // namespace
+
+BENCHMARK(BM_OpenSettingsWindow)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);
+BENCHMARK(BM_ReopenSettingsWindow)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(10);

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "core/Permissions.h"
+
+#include <chrono>
+#include <memory>
+
+namespace murmurly {
+
+class PulseSourceMonitor;
+
+// What Murmurly may do on a Linux desktop. X11 has no permission prompt: keyboard access means the
+// X server of DISPLAY answers and offers XInput2 (2.0 or later, to watch keys) and XTest (to post
+// the paste chord). The microphone counts as authorized when an audio server (PulseAudio or
+// PipeWire's PulseAudio service) answers and has a source. Used on the main thread; must outlive
+// the tasks requestMicrophoneAccess() returns.
+class LinuxPermissions final : public Permissions {
+public:
+    // The longest a keyboard check waits for the X server before answering "no".
+    static constexpr std::chrono::milliseconds keyboardCheckLimit{500};
+    // The longest requestMicrophoneAccess() waits for the audio server.
+    static constexpr std::chrono::milliseconds microphoneRequestLimit{2000};
+
+    LinuxPermissions();
+    ~LinuxPermissions() override;
+    LinuxPermissions(const LinuxPermissions&) = delete;
+    LinuxPermissions& operator=(const LinuxPermissions&) = delete;
+
+    bool keyboardAccess() override;
+    bool requestKeyboardAccess() override;
+
+    bool microphoneAuthorized() override;
+    QCoro::Task<bool> requestMicrophoneAccess() override;
+
+    // Starts the desktop's sound or keyboard settings program, the first one found on PATH.
+    void openSystemSettings(const QString& pane) override;
+
+private:
+    struct KeyboardCheck;
+
+    std::shared_ptr<KeyboardCheck> m_keyboardCheck; // the last one started
+    std::unique_ptr<PulseSourceMonitor> m_microphone;
+};
+
+} // namespace murmurly
