@@ -37,7 +37,7 @@ const QString callFailedText = QStringLiteral("Cleanup call failed. Check the ke
 
 // A label that names `buddy` for the form and for assistive technology.
 QLabel* rowLabel(const QString& text, QWidget* buddy) {
-    auto* label = new QLabel(text + QStringLiteral(":"));
+    auto* label = new QLabel(text);
     label->setBuddy(buddy);
     buddy->setAccessibleName(text);
     return label;

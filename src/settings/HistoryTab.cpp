@@ -8,6 +8,7 @@
 #include "settings/NoteLabel.h"
 #include "settings/QtFileDialogs.h"
 #include "settings/SettingsLayout.h"
+#include "settings/SettingsText.h"
 #include "settings/StatusLabel.h"
 
 #include <QAction>
@@ -196,9 +197,7 @@ void HistoryTab::build() {
     m_empty = new QLabel;
     m_empty->setObjectName(QStringLiteral("emptyHistory"));
     m_empty->setAlignment(Qt::AlignCenter);
-    QPalette secondary = m_empty->palette();
-    secondary.setColor(QPalette::WindowText, NoteLabel::secondaryColor(secondary));
-    m_empty->setPalette(secondary);
+    SettingsText::makeSecondary(m_empty);
     m_listOrEmpty = new QStackedWidget;
     m_listOrEmpty->addWidget(m_list);
     m_listOrEmpty->addWidget(m_empty);

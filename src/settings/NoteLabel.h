@@ -4,22 +4,16 @@
 
 namespace murmurly {
 
-// An explanatory text under a control: wrapped to the width of its column, a step smaller than
-// the body text, in the secondary text colour.
+// An explanatory text under a control: wrapped to the width of its column, in the settings
+// window's caption style (smaller, in the secondary text colour).
 class NoteLabel : public QLabel {
     Q_OBJECT
 
 public:
     explicit NoteLabel(const QString& text, QWidget* parent = nullptr);
 
-    // The secondary text colour of `palette`: the body colour, faded.
+    // The secondary text colour of `palette`, for text drawn without a label.
     static QColor secondaryColor(const QPalette& palette);
-
-protected:
-    void changeEvent(QEvent* event) override;
-
-private:
-    void applyStyle();
 };
 
 } // namespace murmurly
