@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QDir>
+#include <QImage>
+#include <QString>
+#include <QTest>
+#include <QWidget>
+
+namespace murmurly::testing {
+
+// A settings tab as the window shows it at its smallest: the window's minimum size less the
+// sidebar.
+inline constexpr QSize tabAreaSize{620 - 180, 420};
+
+// Shows `tab` at the tab area's size, waits until it is on screen, and saves what it draws as
+// `name`.png in the screenshot folder. Returns the saved file's path, or empty on failure.
+inline QString saveTabScreenshot(QWidget& tab, const QString& name) {
+    tab.resize(tabAreaSize);
+    tab.show();
+    if (!QTest::qWaitForWindowExposed(&tab)) return {};
+    QTest::qWait(50);
+    const QString folder = QStringLiteral(MURMURLY_SCREENSHOT_DIR);
+    QDir().mkpath(folder);
+    const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".png");
+    return tab.grab().save(path) ? path : QString();
+}
+
+} // namespace murmurly::testing
