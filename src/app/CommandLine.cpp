@@ -3,6 +3,7 @@
 #include "app/ControlClient.h"
 #include "app/DBusControl.h"
 #include "app/MurmurlyApp.h"
+#include "app/MurmurlyShell.h"
 #include "app/SingleInstance.h"
 #include "app/TerminationSignals.h"
 #include "core/Log.h"
@@ -122,6 +123,8 @@ int runGui(int argc, char** argv) {
                   qUtf8Printable(busError));
 
     MurmurlyApp murmurly;
+    MurmurlyShell shell(murmurly);
+    shell.show();
     std::optional<DBusControl> control;
     if (role == SingleInstance::Role::first) {
         control.emplace(murmurly.controller(), [&murmurly] { murmurly.openSettings(); });

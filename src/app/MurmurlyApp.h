@@ -34,6 +34,8 @@ public:
     ~MurmurlyApp() override;
 
     AppController& controller() { return *m_controller; }
+    Permissions& permissions() { return m_permissions; }
+    LocalModelServer& localModel() { return m_localModel; }
 
 public slots:
     // Asks for the settings window (from the tray, a second launch, or remote control).

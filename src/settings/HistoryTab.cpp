@@ -308,17 +308,8 @@ void HistoryTab::remove(const QUuid& id) {
 }
 
 void HistoryTab::clearAll() {
-    const qsizetype count = m_store.entries().size();
-    if (count == 0) return;
-    const QString detail = count == 1
-                               ? QStringLiteral("The one recorded dictation is removed from this computer. "
-                                                "This cannot be undone.")
-                               : QStringLiteral("All %1 recorded dictations are removed from this computer. "
-                                                "This cannot be undone.")
-                                     .arg(count);
-    if (!m_dialogs.confirm(this, QStringLiteral("Delete the whole history?"), detail,
-                           QStringLiteral("Clear All")))
-        return;
+    // At once, without asking: the button is disabled while there is nothing to clear.
+    if (m_store.entries().isEmpty()) return;
     m_store.setEntries({});
     m_store.save();
 }

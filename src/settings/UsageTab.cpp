@@ -53,8 +53,7 @@ QGridLayout* valueGrid(QWidget* parent) {
 
 UsageTab::UsageTab(UsageTracker& tracker, QWidget* parent)
     : QWidget(parent)
-    , m_tracker(tracker)
-    , m_confirmReset(&UsageTab::askToReset) {
+    , m_tracker(tracker) {
     setWindowTitle(QStringLiteral("Usage"));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(SettingsLayout::contentMargin, SettingsLayout::contentMargin,
@@ -118,23 +117,6 @@ UsageTab::UsageTab(UsageTracker& tracker, QWidget* parent)
     updateAllTime();
 }
 
-void UsageTab::setResetConfirmation(ResetConfirmation confirmation) {
-    m_confirmReset = std::move(confirmation);
-}
-
-bool UsageTab::askToReset(QWidget* parent) {
-    QMessageBox box(QMessageBox::Warning, QStringLiteral("Reset Totals"),
-                    QStringLiteral("Reset the usage totals?"), QMessageBox::NoButton, parent);
-    box.setInformativeText(
-        QStringLiteral("The counts and cost estimates of this session and of all time are cleared."));
-    QPushButton* reset = box.addButton(QStringLiteral("Reset Totals"), QMessageBox::DestructiveRole);
-    QPushButton* cancel = box.addButton(QMessageBox::Cancel);
-    box.setDefaultButton(cancel);
-    box.setEscapeButton(cancel);
-    box.exec();
-    return box.clickedButton() == reset;
-}
-
 QString UsageTab::priceText(double dollarsPerMillion) {
     if (dollarsPerMillion == 0.0) return QStringLiteral("$0");
     return QString::asprintf("$%g", dollarsPerMillion);
@@ -191,7 +173,7 @@ void UsageTab::updateAllTime() {
 }
 
 void UsageTab::reset() {
-    if (m_confirmReset && !m_confirmReset(this)) return;
+    // At once: the totals are estimates, and asking would only slow the user down.
     m_tracker.reset();
 }
 

@@ -19,19 +19,11 @@ class UsageTab : public QWidget {
     Q_OBJECT
 
 public:
-    // Asked before the counters are reset; true goes ahead. The default asks the user in a
-    // dialog; tests answer themselves.
-    using ResetConfirmation = std::function<bool(QWidget* parent)>;
-
     static inline const QString noCleanupsText = QStringLiteral("No cleanups recorded yet.");
     static inline const QString pricingNote =
         QStringLiteral("Estimates for each provider's default model. On-device is always free.");
 
     explicit UsageTab(UsageTracker& tracker, QWidget* parent = nullptr);
-
-    void setResetConfirmation(ResetConfirmation confirmation);
-    // The dialog of the default confirmation.
-    static bool askToReset(QWidget* parent);
 
     // A price per million tokens: "$0" when exactly zero, else "$%g" ("$0.15", "$5").
     static QString priceText(double dollarsPerMillion);
@@ -48,7 +40,6 @@ private:
     void reset();
 
     UsageTracker& m_tracker;
-    ResetConfirmation m_confirmReset;
     QLabel* m_dictationsCleaned = nullptr;
     QLabel* m_sessionCost = nullptr;
     QWidget* m_allTimeRows = nullptr;

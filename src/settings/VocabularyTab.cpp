@@ -374,21 +374,11 @@ void VocabularyTab::importRules() {
     const std::optional<QString> path =
         m_dialogs.openPath(this, QStringLiteral("Import Vocabulary"), jsonFilter);
     if (!path) return;
-    const QString name = QFileInfo(*path).fileName();
     QFile file(*path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        m_dialogs.showMessage(
-            this, QStringLiteral("Import Vocabulary"),
-            QStringLiteral("\u201C%1\u201D could not be read. Nothing was imported.").arg(name));
-        return;
-    }
-    const QByteArray bytes = file.readAll();
-    // All or nothing: a file with one bad rule leaves the vocabulary as it was.
-    if (!m_store.importJSON(bytes))
-        m_dialogs.showMessage(this, QStringLiteral("Import Vocabulary"),
-                              QStringLiteral("\u201C%1\u201D is not a vocabulary file. Nothing was imported; "
-                                             "your rules are unchanged.")
-                                  .arg(name));
+    // The tab shows no errors: an unreadable or malformed file leaves the vocabulary as it was
+    // (all or nothing: one bad rule rejects the whole file).
+    if (!file.open(QIODevice::ReadOnly)) return;
+    m_store.importJSON(file.readAll());
 }
 
 void VocabularyTab::exportRules() {
@@ -398,10 +388,8 @@ void VocabularyTab::exportRules() {
                                                            ReplacementStore::suggestedFileName, jsonFilter);
     if (!path) return;
     QFile file(*path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(*bytes) != bytes->size())
-        m_dialogs.showMessage(
-            this, QStringLiteral("Export Vocabulary"),
-            QStringLiteral("\u201C%1\u201D could not be written.").arg(QFileInfo(*path).fileName()));
+    // A failed write is not reported, like a failed import.
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) file.write(*bytes);
 }
 
 } // namespace murmurly

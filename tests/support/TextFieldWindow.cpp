@@ -16,6 +16,7 @@
 #include <QApplication>
 #include <QBuffer>
 #include <QClipboard>
+#include <QElapsedTimer>
 #include <QImage>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -156,8 +157,13 @@ int main(int argc, char** argv) {
             } else if (command == "set-text") {
                 field->setText(QString::fromUtf8(argument));
             } else if (command == "focus") {
+                // Answered once the field has the keyboard focus again (or after two seconds).
                 window.activateWindow();
                 field->setFocus();
+                QElapsedTimer waited;
+                waited.start();
+                while (!(window.isActiveWindow() && field->hasFocus()) && waited.elapsed() < 2000)
+                    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
             }
             say("done " + command);
         }

@@ -78,3 +78,21 @@ void TextFieldWindowProcess::readLines() {
 }
 
 } // namespace murmurly::testing
+
+namespace murmurly::testing {
+
+bool TextFieldWindowProcess::takeFocus() {
+    QProcess xdotool;
+    xdotool.start(QStringLiteral("xdotool"),
+                  {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                   QStringLiteral("^Text field$"), QStringLiteral("windowfocus"), QStringLiteral("--sync")});
+    if (!xdotool.waitForFinished(5000)) {
+        xdotool.kill();
+        xdotool.waitForFinished(1000);
+        return false;
+    }
+    // The window's own view of it, once Qt has seen the focus arrive.
+    return xdotool.exitCode() == 0 && command("focus");
+}
+
+} // namespace murmurly::testing

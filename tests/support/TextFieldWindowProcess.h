@@ -29,6 +29,9 @@ public:
     QStringList keyEventsOf(unsigned long keysym) const;
 
     bool waitForText(const QString& text, int milliseconds = 5000);
+    // Gives the keyboard focus back to the window from outside, as a click of the user would, with
+    // the X server's own focus call (xdotool): another client may have taken it. Bounded.
+    bool takeFocus();
     // Sends a command and waits for its "done".
     bool command(const QByteArray& command, const QByteArray& argument = {});
     // The clipboard as the window sees it: each type with its bytes; nothing if it did not answer.

@@ -31,10 +31,6 @@ struct SettingsFixture {
         : controller(harness.controller()) {
         general = new GeneralTab(controller, translator, inputName);
         usage = new UsageTab(controller.usage());
-        usage->setResetConfirmation([this](QWidget*) {
-            ++resetQuestions;
-            return resetAnswer;
-        });
         permissions = new PermissionsTab(controller, harness.permissions);
         QList<SettingsPage> pages;
         for (const SettingsTab tab : SettingsTabs::allCases) {
@@ -78,8 +74,6 @@ struct SettingsFixture {
     AppController& controller;
     X11KeyEventTranslator translator;
     FakeInputDeviceName inputName;
-    bool resetAnswer = true;
-    int resetQuestions = 0;
     GeneralTab* general = nullptr;
     UsageTab* usage = nullptr;
     PermissionsTab* permissions = nullptr;

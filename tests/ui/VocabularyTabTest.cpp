@@ -302,26 +302,19 @@ TEST_F(VocabularyTabTest, ImportingAMalformedFileChangesNothingAndSaysSo) {
         EXPECT_EQ(froms(), QStringList{"keep"}) << i;
         EXPECT_EQ(*harness.defaults.bytesValue(ReplacementStore::rulesKey), storedBefore) << i;
         EXPECT_EQ(field(*tab, 0, VocabularyTab::replaceColumn)->text(), QStringLiteral("keep"));
-        ASSERT_EQ(dialogs.messages.size(), i + 1);
-        EXPECT_EQ(dialogs.messages.last(),
-                  QStringLiteral(
-                      "\u201Cbad%1.json\u201D is not a vocabulary file. Nothing was imported; your rules "
-                      "are unchanged.")
-                      .arg(i));
+        EXPECT_TRUE(dialogs.messages.isEmpty()) << i;
     }
     EXPECT_EQ(dialogs.lastFilter, QStringLiteral("JSON files (*.json)"));
     EXPECT_TRUE(store().enabled());
 }
 
-TEST_F(VocabularyTabTest, ImportingAFileThatCannotBeReadChangesNothingAndSaysSo) {
+TEST_F(VocabularyTabTest, ImportingAFileThatCannotBeReadChangesNothingAndShowsNothing) {
     store().setRules({rule("keep", "me")});
     auto tab = makeTab();
     dialogs.openAnswer = dir.filePath(QStringLiteral("missing.json"));
     QTest::mouseClick(child<QPushButton>(*tab, "importRules"), Qt::LeftButton);
     EXPECT_EQ(froms(), QStringList{"keep"});
-    ASSERT_EQ(dialogs.messages.size(), 1);
-    EXPECT_EQ(dialogs.messages.first(),
-              QStringLiteral("\u201Cmissing.json\u201D could not be read. Nothing was imported."));
+    EXPECT_TRUE(dialogs.messages.isEmpty());
 }
 
 TEST_F(VocabularyTabTest, CancellingImportChangesNothingAndShowsNothing) {
