@@ -1,0 +1,121 @@
+// Cleanup by an OpenAI-compatible provider: a stand-in server on 127.0.0.1 answers chat
+// completions, and the key sits in the desktop's keyring (a private gnome-keyring here).
+#include "MurmurlyDesktop.h"
+
+#include "StandInHttpServer.h"
+#include "WaitUntil.h"
+#include "cleanup/CleanupProvider.h"
+#include "cleanup/CleanupSettings.h"
+#include "core/AppController.h"
+#include "platform/linux/LibsecretStore.h"
+#include "records/UsageTracker.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <cstdio>
+
+using namespace murmurly;
+using namespace murmurly::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QByteArray apiKey = "sk-e2e-0123456789";
+
+class CleanupTest : public MurmurlyDesktopTest {
+protected:
+    CleanupTest()
+        : MurmurlyDesktopTest(SessionBus::withKeyring) {}
+
+    void SetUp() override {
+        MurmurlyDesktopTest::SetUp();
+        if (HasFatalFailure()) return;
+        ASSERT_TRUE(server.start());
+        LibsecretStore keys;
+        ASSERT_TRUE(keys.isAvailable());
+        const auto account = CleanupProviders::keychainAccount(CleanupProvider::openAICompatible);
+        ASSERT_TRUE(account.has_value());
+        ASSERT_TRUE(keys.add(QStringLiteral("com.qv.murmurly"), *account, apiKey));
+        ASSERT_EQ(keyring->countItems(QStringLiteral("com.qv.murmurly"), *account), 1);
+
+        setPreference(AppController::cleanupEnabledKey, true);
+        setPreference(CleanupSettings::providerKey,
+                      CleanupProviders::rawValue(CleanupProvider::openAICompatible));
+        setPreference(CleanupSettings::openAIBaseURLKey, server.url(QStringLiteral("/v1")));
+    }
+
+    // The transcript as the program logged it (its log shows transcripts in these tests).
+    QString loggedTranscript() const {
+        const QRegularExpression line(QStringLiteral("Transcript: ([^\\n]*)"));
+        return line.match(program->log()).captured(1).trimmed();
+    }
+
+    StandInHttpServer server;
+};
+
+} // namespace
+
+TEST_F(CleanupTest, TheCleanedTextIsInsertedAndTheUsageCounted) {
+    server.setJsonResponse(200,
+                           R"({"choices":[{"index":0,"message":{"role":"assistant","content":)"
+                           R"("{\"cleaned_text\":\"Unless being cold-hearted is being ill-disposed.\"}"}}])"
+                           R"(,"usage":{"prompt_tokens":250,"completion_tokens":9,"total_tokens":259}})");
+    EXPECT_EQ(preference(UsageTracker::allTimeKey), std::nullopt);
+    startProgram();
+
+    dictateHolding(sentence("sense_and_sensibility_01_austen_64kb-0890"));
+    const QString text = waitForInsertedText();
+    ASSERT_FALSE(text.isEmpty()) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+    EXPECT_EQ(text, QStringLiteral("Unless being cold-hearted is being ill-disposed. "));
+
+    // One request, to the chat completions path, with the stored key and the transcript.
+    ASSERT_EQ(server.requests().size(), 1);
+    const StandInHttpServer::Request& request = server.requests().constFirst();
+    EXPECT_EQ(request.method, QByteArray("POST"));
+    EXPECT_EQ(request.path, QByteArray("/v1/chat/completions"));
+    EXPECT_EQ(request.header("Authorization"), QByteArray("Bearer ") + apiKey);
+    const QString transcript = loggedTranscript();
+    ASSERT_FALSE(transcript.isEmpty()) << program->log().toStdString();
+    EXPECT_TRUE(QString::fromUtf8(request.body).contains(transcript)) << request.body.toStdString();
+
+    // The all-time usage in the settings counts the dictation and its tokens.
+    std::optional<QVariant> usage;
+    ASSERT_TRUE(waitUntil([&] { return (usage = preference(UsageTracker::allTimeKey)).has_value(); }));
+    const QJsonObject allTime = QJsonDocument::fromJson(usage->toByteArray()).object();
+    const QJsonObject openAI = allTime.value(QStringLiteral("openAICompatible")).toObject();
+    EXPECT_EQ(openAI.value(QStringLiteral("dictations")).toInteger(), 1)
+        << usage->toByteArray().toStdString();
+    EXPECT_EQ(openAI.value(QStringLiteral("inputTokens")).toInteger(), 250);
+    EXPECT_EQ(openAI.value(QStringLiteral("outputTokens")).toInteger(), 9);
+}
+
+TEST_F(CleanupTest, WhenTheProviderFailsTheRawTranscriptIsInserted) {
+    server.setJsonResponse(500, R"({"error":{"message":"internal error","type":"server_error"}})");
+    startProgram();
+
+    dictateHolding(sentence("sense_and_sensibility_01_austen_64kb-0890"));
+    const QString text = waitForInsertedText();
+    ASSERT_FALSE(text.isEmpty()) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+
+    EXPECT_EQ(server.requests().size(), 1);
+    const QString transcript = loggedTranscript();
+    ASSERT_FALSE(transcript.isEmpty()) << program->log().toStdString();
+    EXPECT_EQ(text, transcript + QLatin1Char(' '));
+    // The program's last error is shown in its tray menu only; its log names the failure.
+    EXPECT_TRUE(program->log().contains(QStringLiteral("OpenAI-compatible cleanup error 500")))
+        << program->log().toStdString();
+    // Nothing was counted for a failed cleanup.
+    const std::optional<QVariant> usage = preference(UsageTracker::allTimeKey);
+    if (usage) {
+        const QJsonObject allTime = QJsonDocument::fromJson(usage->toByteArray()).object();
+        EXPECT_EQ(allTime.value(QStringLiteral("openAICompatible"))
+                      .toObject()
+                      .value(QStringLiteral("dictations"))
+                      .toInteger(),
+                  0);
+    }
+}
