@@ -12,6 +12,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QUuid>
 
@@ -139,17 +140,20 @@ TEST_F(RecordsTest, KillingTheProgramWhileItWritesTheHistoryLosesNoEarlierEntry)
     startProgram();
 
     dictateHolding(sentence("sense_and_sensibility_01_austen_64kb-0890"));
-    // The file is written through a temporary file next to it, renamed over it when complete;
-    // the kill lands as soon as that temporary file shows, or else when the text has arrived.
-    const QDir folder(home.dataHome() + QStringLiteral("/murmurly"));
+    // The file is written through a temporary file in its folder (unnamed on Linux) that replaces
+    // it when complete; the kill lands as soon as the program holds a file open in that folder.
+    const QString folder = home.dataHome() + QStringLiteral("/murmurly/");
+    const QString descriptors = QStringLiteral("/proc/%1/fd").arg(program->processId());
     const auto writing = [&] {
-        return !folder.entryList({QStringLiteral("history.json?*")}, QDir::Files | QDir::Hidden).isEmpty();
+        for (const QFileInfo& descriptor : QDir(descriptors).entryInfoList(QDir::Files | QDir::System))
+            if (descriptor.symLinkTarget().startsWith(folder)) return true;
+        return false;
     };
     const bool caughtWriting = waitUntil(writing, 20s);
     ::kill(static_cast<pid_t>(program->processId()), SIGKILL);
     program->killNow();
-    std::printf("killed %s\n", caughtWriting ? "while the temporary history file existed"
-                                             : "without seeing the temporary history file");
+    std::printf("killed %s\n", caughtWriting ? "while it had a file open in the history folder"
+                                             : "after 20 s without seeing it write the history");
     std::printf("inserted before the kill: \"%s\"\n", qPrintable(window.text()));
 
     // Started again, the program finds every earlier entry.
