@@ -33,21 +33,7 @@ struct AppController::Alive {
     bool value = true;
 };
 
-namespace {
-
-QString describe(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const MurmurlyError& e) {
-        return e.description();
-    } catch (const std::exception& e) {
-        return QString::fromUtf8(e.what());
-    } catch (...) {
-        return QStringLiteral("Unknown error.");
-    }
-}
-
-} // namespace
+namespace {} // namespace
 
 AppController::AppController(AppServices services, QObject* parent)
     : QObject(parent)
@@ -182,7 +168,7 @@ QCoro::Task<> AppController::startDictation(SharedCompletion started) {
         failure = std::current_exception();
     }
     if (failure) {
-        const QString description = describe(failure);
+        const QString description = MurmurlyError::describe(failure);
         setLastError(QStringLiteral("Could not start dictation: ") + description);
         qCCritical(lcApp, "Failed to start dictation: %s", qUtf8Printable(description));
         m_audio->stop();
@@ -240,7 +226,7 @@ QCoro::Task<> AppController::finishDictation(bool insert) {
     if (!alive->value) co_return;
     engine.reset();
     if (failure) {
-        const QString description = describe(failure);
+        const QString description = MurmurlyError::describe(failure);
         setLastError(QStringLiteral("Transcription failed: ") + description);
         qCCritical(lcApp, "Failed to finish dictation: %s", qUtf8Printable(description));
         if (isCurrent(serial)) setState(DictationState::idle);
@@ -424,7 +410,7 @@ QCoro::Task<> AppController::ensureModel() {
     }
     if (!alive->value || check != m_modelCheck) co_return;
     if (failure) {
-        const QString description = describe(failure);
+        const QString description = MurmurlyError::describe(failure);
         setModelStatus(ModelStatus::failed(description));
         setLastError(QStringLiteral("Speech model setup failed: ") + description);
         qCCritical(lcApp, "Model setup failed: %s", qUtf8Printable(description));

@@ -20,4 +20,16 @@ QString MurmurlyError::description(Code code) {
     return {};
 }
 
+QString MurmurlyError::describe(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const MurmurlyError& e) {
+        return e.description();
+    } catch (const std::exception& e) {
+        return QString::fromUtf8(e.what());
+    } catch (...) {
+        return QStringLiteral("Unknown error.");
+    }
+}
+
 } // namespace murmurly

@@ -20,6 +20,8 @@ public:
     const char* what() const noexcept override { return m_what.c_str(); }
 
     static QString description(Code code);
+    // The description of any caught error: ours, a standard exception's what(), or "Unknown error.".
+    static QString describe(const std::exception_ptr& error);
 
     static MurmurlyError noAudioFormat() { return MurmurlyError(Code::noAudioFormat); }
     static MurmurlyError audioConverterUnavailable() {

@@ -64,18 +64,6 @@ QCoro::Task<> runSleeper(std::shared_ptr<Race> race, Clock& clock, std::chrono::
     }
 }
 
-QString describe(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const MurmurlyError& e) {
-        return e.description();
-    } catch (const std::exception& e) {
-        return QString::fromUtf8(e.what());
-    } catch (...) {
-        return QStringLiteral("unknown error");
-    }
-}
-
 } // namespace
 
 TranscriptionEngine::TranscriptionEngine(SpeechBackend& backend, Clock& clock, const QString& language)
@@ -126,7 +114,7 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
     }
     if (finalizeError) {
         qCCritical(lcApp, "Finalize failed or timed out (%s) — cancelling analysis",
-                   qUtf8Printable(describe(finalizeError)));
+                   qUtf8Printable(MurmurlyError::describe(finalizeError)));
         m_session->cancelAndFinishNow();
     }
 
