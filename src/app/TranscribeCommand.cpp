@@ -37,18 +37,6 @@ std::optional<QString> installedLanguage(SpeechBackend& backend, const QString& 
     return std::nullopt;
 }
 
-QString describe(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const MurmurlyError& e) {
-        return e.description();
-    } catch (const std::exception& e) {
-        return QString::fromUtf8(e.what());
-    } catch (...) {
-        return QStringLiteral("unknown error");
-    }
-}
-
 // The configured cleanup of `text`, or `text` itself, with a warning, whenever cleanup cannot
 // be had: the transcript is never lost.
 QCoro::Task<QString> cleanUp(Defaults& defaults, QString text, Say say) {
@@ -139,7 +127,7 @@ QCoro::Task<int> TranscribeCommand::run(Options options, std::FILE* out, std::FI
         failure = std::current_exception();
     }
     if (failure) {
-        say(QStringLiteral("Transcription failed: %1").arg(describe(failure)));
+        say(QStringLiteral("Transcription failed: %1").arg(MurmurlyError::describe(failure)));
         co_return exitFailure;
     }
 
