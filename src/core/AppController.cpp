@@ -6,6 +6,7 @@
 #include "cleanup/KeychainStore.h"
 #include "core/ActiveApplication.h"
 #include "core/Defaults.h"
+#include "core/LatencyTrace.h"
 #include "core/Log.h"
 #include "core/LoginItem.h"
 #include "core/Permissions.h"
@@ -98,6 +99,7 @@ void AppController::setCaptureMode(CaptureMode mode) {
 // ---- the trigger ----
 
 void AppController::pttPressed() {
+    LatencyTrace::mark(LatencyTrace::triggerDown);
     if (captureMode() == CaptureMode::toggle && m_state == DictationState::recording) {
         stopRecording(true);
         return;
@@ -125,6 +127,7 @@ void AppController::pttPressed() {
 }
 
 void AppController::pttReleased() {
+    LatencyTrace::mark(LatencyTrace::triggerUp);
     if (captureMode() != CaptureMode::hold || m_state != DictationState::recording) return;
     const bool insert =
         m_pressedAt &&

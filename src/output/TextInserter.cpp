@@ -1,5 +1,6 @@
 #include "output/TextInserter.h"
 
+#include "core/LatencyTrace.h"
 #include "core/Log.h"
 
 #include <coroutine>
@@ -39,7 +40,10 @@ TextInserter::~TextInserter() {
 QCoro::Task<> TextInserter::insert(QString text) {
     const ClipboardSnapshot previous = m_clipboard.snapshot();
     m_clipboard.writeText(text);
-    if (!m_pasteKeys.paste()) qCCritical(lcApp, "Failed to create Ctrl+V key events");
+    if (m_pasteKeys.paste())
+        LatencyTrace::mark(LatencyTrace::pasteChordPosted);
+    else
+        qCCritical(lcApp, "Failed to create Ctrl+V key events");
 
     auto pending = std::make_shared<PendingRestore>();
     m_pending.append(pending);

@@ -1,5 +1,6 @@
 #include "speech/AudioInput.h"
 
+#include "core/LatencyTrace.h"
 #include "core/Log.h"
 #include "speech/AudioConverter.h"
 #include "speech/MurmurlyError.h"
@@ -61,6 +62,7 @@ void AudioInput::handleCaptured(const std::weak_ptr<CaptureState>& weakState, co
     if (!converted) return;
 
     const std::int64_t count = state->bufferCount.fetch_add(1) + 1;
+    if (count == 1) LatencyTrace::mark(LatencyTrace::firstAudioFrame);
     if (count % progressLogInterval == 1)
         qCDebug(lcApp, "Audio buffer #%ld, %u frames @ %f Hz", long(count),
                 unsigned(converted->frameLength()), converted->format().sampleRate);
