@@ -5,6 +5,7 @@
 // are played into the sink.
 #include "PrivatePulseServer.h"
 #include "PrivateSessionBus.h"
+#include "RunningMurmurly.h"
 #include "SpeechCorpus.h"
 #include "TemporaryHome.h"
 #include "TextFieldWindowProcess.h"
@@ -33,24 +34,9 @@ QString sentence(const char* id) {
     return libriVoxFolder() + QLatin1Char('/') + QLatin1String(id) + QStringLiteral(".wav");
 }
 
-QProcessEnvironment programEnvironment() {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    // Transcripts in the log, so a failure shows what was heard.
-    environment.insert(QStringLiteral("MURMURLY_LOG_PRIVATE"), QStringLiteral("1"));
-    return environment;
-}
-
-// The environment of the tray program, which runs until the test ends it with SIGTERM. Under the
-// leak checker a leak at exit makes that exit status non-zero, which the tests read.
-QProcessEnvironment trayProgramEnvironment() {
-    return programEnvironment();
-}
-
 // A terminal without a display: remote control needs none.
 QProcessEnvironment headlessEnvironment() {
-    QProcessEnvironment environment = programEnvironment();
+    QProcessEnvironment environment = murmurlyEnvironment();
     environment.remove(QStringLiteral("DISPLAY"));
     return environment;
 }
@@ -66,7 +52,7 @@ struct ProgramRun {
 ProgramRun command(const QStringList& arguments,
                    std::optional<QProcessEnvironment> environment = std::nullopt) {
     QProcess process;
-    process.setProcessEnvironment(environment.value_or(programEnvironment()));
+    process.setProcessEnvironment(environment.value_or(murmurlyEnvironment()));
     process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
     ProgramRun run;
     run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, 30s);
@@ -79,39 +65,6 @@ ProgramRun command(const QStringList& arguments,
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
 }
-
-// The tray program, started in the constructor and stopped (SIGTERM, then SIGKILL) in the
-// destructor. Its log (standard error) is collected as it comes.
-class RunningMurmurly {
-public:
-    RunningMurmurly() {
-        m_process.setProcessEnvironment(trayProgramEnvironment());
-        QObject::connect(&m_process, &QProcess::readyReadStandardError,
-                         [this] { m_log += QString::fromUtf8(m_process.readAllStandardError()); });
-        m_process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
-    }
-    ~RunningMurmurly() { stop(); }
-
-    // Ends the program as a logout does; its exit status, or -1 when it had to be killed.
-    int stop() {
-        if (m_process.state() == QProcess::NotRunning) return m_process.exitCode();
-        m_process.terminate();
-        if (!waitUntil([&] { return m_process.state() == QProcess::NotRunning; }, 10s)) {
-            m_process.kill();
-            m_process.waitForFinished(5000);
-            return -1;
-        }
-        m_log += QString::fromUtf8(m_process.readAllStandardError());
-        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    }
-
-    bool isRunning() const { return m_process.state() == QProcess::Running; }
-    const QString& log() const { return m_log; }
-
-private:
-    QProcess m_process;
-    QString m_log;
-};
 
 class DBusControlTest : public ::testing::Test {
 protected:
@@ -326,27 +279,18 @@ TEST_F(DBusControlTest, WithoutADisplayTheProgramSaysWhatStillWorks) {
 }
 
 TEST_F(DBusControlTest, WithoutASessionBusTheProgramRunsAnywayAndSaysSo) {
-    QProcessEnvironment environment = trayProgramEnvironment();
+    QProcessEnvironment environment = murmurlyEnvironment();
     environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
                        QStringLiteral("unix:path=/nonexistent/bus"));
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    QString log;
-    QObject::connect(&process, &QProcess::readyReadStandardError,
-                     [&] { log += QString::fromUtf8(process.readAllStandardError()); });
-    process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
-    EXPECT_TRUE(waitUntil([&] { return log.contains(QStringLiteral("Speech model ready")); }, 30s))
-        << log.toStdString();
-    EXPECT_TRUE(log.contains(QStringLiteral("No D-Bus session bus"))) << log.toStdString();
-    EXPECT_EQ(process.state(), QProcess::Running);
+    RunningMurmurly outsider(environment);
+    EXPECT_TRUE(waitUntil([&] { return outsider.log().contains(QStringLiteral("Speech model ready")); }, 30s))
+        << outsider.log().toStdString();
+    EXPECT_TRUE(outsider.log().contains(QStringLiteral("No D-Bus session bus")))
+        << outsider.log().toStdString();
+    EXPECT_TRUE(outsider.isRunning());
     // Nothing of it is on the test's bus.
     EXPECT_EQ(property(QStringLiteral("State")), std::nullopt);
-    process.terminate();
-    EXPECT_TRUE(waitUntil([&] { return process.state() == QProcess::NotRunning; }, 10s));
-    if (process.state() != QProcess::NotRunning) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
+    EXPECT_EQ(outsider.stop(), 0) << outsider.log().toStdString();
 }
 
 #include "DBusControlTest.moc"

@@ -4,9 +4,6 @@
 #include "WaitUntil.h"
 #include "platform/linux/IniDefaults.h"
 
-#include <QDBusMessage>
-#include <QDBusVariant>
-
 #include <X11/keysym.h>
 
 #include <cstdio>
@@ -17,53 +14,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QString service = QStringLiteral("com.qv.Murmurly");
-const QString path = QStringLiteral("/com/qv/Murmurly");
-const QString interface = QStringLiteral("com.qv.Murmurly");
 const QString connectionName = QStringLiteral("murmurly-e2e");
-
-QProcessEnvironment programEnvironment() {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    // Transcripts in the log, so a failure shows what was heard.
-    environment.insert(QStringLiteral("MURMURLY_LOG_PRIVATE"), QStringLiteral("1"));
-    return environment;
-}
 
 } // namespace
 
 QString sentence(const char* id) {
     return libriVoxFolder() + QLatin1Char('/') + QLatin1String(id) + QStringLiteral(".wav");
-}
-
-RunningMurmurly::RunningMurmurly() {
-    m_process.setProcessEnvironment(programEnvironment());
-    QObject::connect(&m_process, &QProcess::readyReadStandardError,
-                     [this] { m_log += QString::fromUtf8(m_process.readAllStandardError()); });
-    m_process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
-}
-
-RunningMurmurly::~RunningMurmurly() {
-    stop();
-}
-
-int RunningMurmurly::stop() {
-    if (m_process.state() == QProcess::NotRunning) return m_process.exitCode();
-    m_process.terminate();
-    if (!waitUntil([&] { return m_process.state() == QProcess::NotRunning; }, 10s)) {
-        killNow();
-        return -1;
-    }
-    m_log += QString::fromUtf8(m_process.readAllStandardError());
-    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-}
-
-void RunningMurmurly::killNow() {
-    if (m_process.state() == QProcess::NotRunning) return;
-    m_process.kill();
-    m_process.waitForFinished(5000);
-    m_log += QString::fromUtf8(m_process.readAllStandardError());
 }
 
 MurmurlyDesktopTest::MurmurlyDesktopTest(SessionBus kind)
@@ -84,8 +40,8 @@ void MurmurlyDesktopTest::SetUp() {
         ASSERT_TRUE(bus->isRunning()) << bus->error().toStdString();
         address = bus->address();
     }
-    connection.emplace(QDBusConnection::connectToBus(address, connectionName));
-    ASSERT_TRUE(connection->isConnected());
+    control.emplace(address, connectionName);
+    ASSERT_TRUE(control->isConnected());
 }
 
 void MurmurlyDesktopTest::TearDown() {
@@ -98,8 +54,7 @@ void MurmurlyDesktopTest::TearDown() {
         if (HasFailure()) std::printf("murmurly's log:\n%s\n", qPrintable(program->log()));
     }
     program.reset();
-    connection.reset();
-    QDBusConnection::disconnectFromBus(connectionName);
+    control.reset();
     keyring.reset();
     bus.reset();
 }
@@ -116,16 +71,11 @@ std::optional<QVariant> MurmurlyDesktopTest::preference(const QString& key) cons
 }
 
 std::optional<QString> MurmurlyDesktopTest::property(const QString& name) {
-    QDBusMessage get = QDBusMessage::createMethodCall(
-        service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << interface << name;
-    const QDBusMessage reply = connection->call(get, QDBus::Block, 2000);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
-    return reply.arguments().constFirst().value<QDBusVariant>().variant().toString();
+    return control->property(name);
 }
 
 bool MurmurlyDesktopTest::waitForState(const QString& state, std::chrono::milliseconds limit) {
-    return waitUntil([&] { return property(QStringLiteral("State")) == state; }, limit);
+    return control->waitForState(state, limit);
 }
 
 void MurmurlyDesktopTest::startProgram() {

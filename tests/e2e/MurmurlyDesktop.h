@@ -5,15 +5,15 @@
 // audio server whose null sink's monitor is the microphone, a private home, and another
 // application's text field holding the keyboard focus. Tests drive the program only from outside:
 // real key events, recordings played into the sink, its D-Bus properties and the files it writes.
+#include "MurmurlyControl.h"
 #include "PrivateKeyring.h"
 #include "PrivatePulseServer.h"
 #include "PrivateSessionBus.h"
+#include "RunningMurmurly.h"
 #include "TemporaryHome.h"
 #include "TextFieldWindowProcess.h"
 #include "XTestKeyboard.h"
 
-#include <QDBusConnection>
-#include <QProcess>
 #include <QString>
 #include <QVariant>
 
@@ -30,28 +30,6 @@ inline const QString textFieldWindowClass = QStringLiteral("Notepadish");
 
 // A LibriVox sentence of the speech corpus.
 QString sentence(const char* id);
-
-// The tray program, started in the constructor and stopped (SIGTERM, then SIGKILL) in the
-// destructor. Its log (standard error) is collected as it comes.
-class RunningMurmurly {
-public:
-    RunningMurmurly();
-    ~RunningMurmurly();
-    RunningMurmurly(const RunningMurmurly&) = delete;
-    RunningMurmurly& operator=(const RunningMurmurly&) = delete;
-
-    // Ends the program as a logout does; its exit status, or -1 when it had to be killed.
-    int stop();
-    // Ends it at once, as a crash or a power cut would.
-    void killNow();
-    bool isRunning() const { return m_process.state() == QProcess::Running; }
-    qint64 processId() const { return m_process.processId(); }
-    const QString& log() const { return m_log; }
-
-private:
-    QProcess m_process;
-    QString m_log;
-};
 
 class MurmurlyDesktopTest : public ::testing::Test {
 protected:
@@ -85,7 +63,7 @@ protected:
     XTestKeyboard keyboard;
     std::unique_ptr<PrivateSessionBus> bus;
     std::unique_ptr<PrivateKeyring> keyring;
-    std::optional<QDBusConnection> connection;
+    std::optional<MurmurlyControl> control;
     std::unique_ptr<RunningMurmurly> program;
 
 private:

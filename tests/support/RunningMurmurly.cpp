@@ -1,0 +1,47 @@
+#include "RunningMurmurly.h"
+
+#include "WaitUntil.h"
+
+namespace murmurly::testing {
+
+using namespace std::chrono_literals;
+
+QProcessEnvironment murmurlyEnvironment() {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    // Transcripts in the log, so a failure shows what was heard.
+    environment.insert(QStringLiteral("MURMURLY_LOG_PRIVATE"), QStringLiteral("1"));
+    return environment;
+}
+
+RunningMurmurly::RunningMurmurly(const QProcessEnvironment& environment) {
+    m_process.setProcessEnvironment(environment);
+    QObject::connect(&m_process, &QProcess::readyReadStandardError,
+                     [this] { m_log += QString::fromUtf8(m_process.readAllStandardError()); });
+    m_process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
+}
+
+RunningMurmurly::~RunningMurmurly() {
+    stop();
+}
+
+int RunningMurmurly::stop() {
+    if (m_process.state() == QProcess::NotRunning) return m_process.exitCode();
+    m_process.terminate();
+    if (!waitUntil([&] { return m_process.state() == QProcess::NotRunning; }, 10s)) {
+        killNow();
+        return -1;
+    }
+    m_log += QString::fromUtf8(m_process.readAllStandardError());
+    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+}
+
+void RunningMurmurly::killNow() {
+    if (m_process.state() == QProcess::NotRunning) return;
+    m_process.kill();
+    m_process.waitForFinished(5000);
+    m_log += QString::fromUtf8(m_process.readAllStandardError());
+}
+
+} // namespace murmurly::testing
