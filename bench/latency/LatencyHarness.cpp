@@ -129,19 +129,18 @@ double idleCpuShare(pid_t pid, int seconds) {
     return (*after - *before) / wall;
 }
 
-long long resident(pid_t pid) {
-    const std::optional<long long> bytes = ProcessUsage::residentBytes(pid);
-    if (!bytes) fail("could not read the program's resident memory");
-    return *bytes;
+ProcessUsage::Resident resident(pid_t pid) {
+    const std::optional<ProcessUsage::Resident> memory = ProcessUsage::resident(pid);
+    if (!memory) fail("could not read the program's resident memory");
+    return *memory;
 }
 
-// Resident memory at the points of the run, in bytes.
+// Resident memory at the points of the run.
 struct Residency {
-    long long atStart = 0;
-    long long afterStarts = 0;
-    long long afterFirstDictation = 0;
-    long long afterAllDictations = 0;
-    long long sharedAfterAll = 0; // of it, shared memory (the audio server's buffers)
+    ProcessUsage::Resident atStart;
+    ProcessUsage::Resident afterStarts;
+    ProcessUsage::Resident afterFirstDictation;
+    ProcessUsage::Resident afterAllDictations;
 };
 
 struct Dictation {
@@ -166,7 +165,7 @@ public:
         const pid_t pid = pid_t(m_program->processId());
 
         keepRunning(3s);
-        const long long residentAtStart = resident(pid);
+        const ProcessUsage::Resident residentAtStart = resident(pid);
         std::printf("idle for %d s after start…\n", m_options.idleSeconds);
         std::fflush(stdout);
         const double idleAfterStart = idleCpuShare(pid, m_options.idleSeconds);
@@ -183,11 +182,11 @@ public:
                QLatin1String(PrivatePulseServer::sinkName) + QStringLiteral(".monitor")});
 
         keepRunning(1s);
-        const long long residentAfterStarts = resident(pid);
+        const ProcessUsage::Resident residentAfterStarts = resident(pid);
         const QList<Utterance> utterances = libriVoxUtterances();
         if (utterances.isEmpty()) fail("no LibriVox sentences (is pocketsphinx-testdata installed?)");
         std::vector<Dictation> dictations;
-        long long residentAfterFirst = 0;
+        ProcessUsage::Resident residentAfterFirst;
         for (int i = 0; i < m_options.dictations; ++i) {
             const Utterance& utterance = utterances[i % utterances.size()];
             dictations.push_back(dictate(utterance));
@@ -200,8 +199,7 @@ public:
             }
         }
         keepRunning(3s);
-        const long long residentAfterAll = resident(pid);
-        const std::optional<long long> sharedAfterAll = ProcessUsage::residentSharedBytes(pid);
+        const ProcessUsage::Resident residentAfterAll = resident(pid);
         std::printf("idle for %d s after the dictations…\n", m_options.idleSeconds);
         std::fflush(stdout);
         const double idleAfterDictations = idleCpuShare(pid, m_options.idleSeconds);
@@ -215,9 +213,8 @@ public:
         }
 
         report(startsOnSine, dictations, idleAfterStart, idleAfterDictations,
-               {residentAtStart, residentAfterStarts, residentAfterFirst, residentAfterAll,
-                sharedAfterAll.value_or(0)},
-               referenceSeconds, int(utterances.size()));
+               {residentAtStart, residentAfterStarts, residentAfterFirst, residentAfterAll}, referenceSeconds,
+               int(utterances.size()));
     }
 
 private:
@@ -310,7 +307,7 @@ private:
             errors += dictation.errors;
         }
         const double releaseP50 = percentile(release, 0.5);
-        const double growth = mebibytes(memory.afterAllDictations - memory.atStart);
+        const double growth = mebibytes(memory.afterAllDictations.total - memory.atStart.total);
         const double referenceMedian = median(referenceSeconds) * 1000;
         const auto verdict = [](bool met) { return met ? "met" : "NOT met"; };
 
@@ -334,17 +331,28 @@ private:
                     idleAfterStart * 100, verdict(idleAfterStart < 0.005));
         std::printf("%-48s %8.3f %%   < 0.5 %% of one core (%s)\n", "idle CPU after the dictations",
                     idleAfterDictations * 100, verdict(idleAfterDictations < 0.005));
-        std::printf("%-48s %6.1f MiB\n", "resident memory after start", mebibytes(memory.atStart));
+        std::printf("%-48s %6.1f MiB\n", "resident memory after start", mebibytes(memory.atStart.total));
         char label[64];
         std::snprintf(label, sizeof label, "  after %zu starts cancelled with Esc", startsOnSine.size());
-        std::printf("%-48s %6.1f MiB\n", label, mebibytes(memory.afterStarts));
+        std::printf("%-48s %6.1f MiB\n", label, mebibytes(memory.afterStarts.total));
         std::printf("%-48s %6.1f MiB\n", "  after the first dictation",
-                    mebibytes(memory.afterFirstDictation));
+                    mebibytes(memory.afterFirstDictation.total));
         std::snprintf(label, sizeof label, "  after %zu dictations", dictations.size());
-        std::printf("%-48s %6.1f MiB   (%.1f MiB of it shared with the audio server)\n", label,
-                    mebibytes(memory.afterAllDictations), mebibytes(memory.sharedAfterAll));
+        std::printf("%-48s %6.1f MiB\n", label, mebibytes(memory.afterAllDictations.total));
         std::printf("%-48s %+6.1f MiB   ≤ 5 MiB (%s)\n", "  growth from start", growth, verdict(growth <= 5));
-        const double growthAfterFirst = mebibytes(memory.afterAllDictations - memory.afterFirstDictation);
+        const auto grown = [](const ProcessUsage::Resident& from, const ProcessUsage::Resident& to) {
+            return ProcessUsage::Resident{to.total - from.total, to.files - from.files,
+                                          to.shared - from.shared};
+        };
+        const ProcessUsage::Resident sinceStart = grown(memory.atStart, memory.afterAllDictations);
+        std::printf("%-48s %+6.1f MiB\n", "    of it, pages of files (model, libraries)",
+                    mebibytes(sinceStart.files));
+        std::printf("%-48s %+6.1f MiB\n", "    of it, shared with the audio server",
+                    mebibytes(sinceStart.shared));
+        std::printf("%-48s %+6.1f MiB\n", "    of it, the program's own memory",
+                    mebibytes(sinceStart.total - sinceStart.files - sinceStart.shared));
+        const double growthAfterFirst =
+            mebibytes(grown(memory.afterFirstDictation, memory.afterAllDictations).total);
         std::snprintf(label, sizeof label, "  growth over the last %zu dictations", dictations.size() - 1);
         std::printf("%-48s %+6.1f MiB   ≤ 5 MiB (%s)\n", label, growthAfterFirst,
                     verdict(growthAfterFirst <= 5));

@@ -26,14 +26,12 @@ std::optional<double> ProcessUsage::cpuSeconds(pid_t pid) {
     return double(user + system) / double(sysconf(_SC_CLK_TCK));
 }
 
-std::optional<long long> ProcessUsage::residentBytes(pid_t pid) {
-    const std::optional<long long> kibibytes = statusKibibytes(pid, "VmRSS:");
-    return kibibytes ? std::optional(*kibibytes * 1024) : std::nullopt;
-}
-
-std::optional<long long> ProcessUsage::residentSharedBytes(pid_t pid) {
-    const std::optional<long long> kibibytes = statusKibibytes(pid, "RssShmem:");
-    return kibibytes ? std::optional(*kibibytes * 1024) : std::nullopt;
+std::optional<ProcessUsage::Resident> ProcessUsage::resident(pid_t pid) {
+    const std::optional<long long> total = statusKibibytes(pid, "VmRSS:");
+    const std::optional<long long> files = statusKibibytes(pid, "RssFile:");
+    const std::optional<long long> shared = statusKibibytes(pid, "RssShmem:");
+    if (!total || !files || !shared) return std::nullopt;
+    return Resident{*total * 1024, *files * 1024, *shared * 1024};
 }
 
 std::optional<long long> ProcessUsage::statusKibibytes(pid_t pid, const char* field) {

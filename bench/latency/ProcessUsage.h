@@ -11,10 +11,15 @@ class ProcessUsage {
 public:
     // User plus system CPU time of all its threads, in seconds.
     static std::optional<double> cpuSeconds(pid_t pid);
-    // Resident memory (VmRSS), in bytes.
-    static std::optional<long long> residentBytes(pid_t pid);
-    // The part of it that is shared memory (RssShmem): the audio server's buffers, for one.
-    static std::optional<long long> residentSharedBytes(pid_t pid);
+    // Resident memory in bytes (VmRSS), and the parts of it that are pages of files (RssFile:
+    // the program, its libraries, the speech model) and shared memory (RssShmem: the audio
+    // server's buffers, for one).
+    struct Resident {
+        long long total = 0;
+        long long files = 0;
+        long long shared = 0;
+    };
+    static std::optional<Resident> resident(pid_t pid);
 
 private:
     static std::optional<long long> statusKibibytes(pid_t pid, const char* field);
