@@ -9,6 +9,10 @@
 #include "TemporaryHome.h"
 #include "TextFieldWindowProcess.h"
 #include "WaitUntil.h"
+#include "cleanup/CleanupProvider.h"
+#include "cleanup/CleanupSettings.h"
+#include "core/AppController.h"
+#include "platform/linux/IniDefaults.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -19,7 +23,9 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
+using namespace murmurly;
 using namespace murmurly::testing;
 using namespace std::chrono_literals;
 
@@ -171,25 +177,31 @@ protected:
     std::unique_ptr<RunningMurmurly> program;
 };
 
-// Collects the State values the program announces with PropertiesChanged.
-class StateAnnouncements : public QObject {
+// Collects the values of one property the program announces with PropertiesChanged.
+class Announcements : public QObject {
     Q_OBJECT
 
 public:
-    QStringList states;
+    explicit Announcements(QString property)
+        : m_property(std::move(property)) {}
+
+    QStringList values;
 
 public slots:
     void changed(const QString& interfaceName, const QVariantMap& changed, const QStringList&) {
-        if (interfaceName == interface && changed.contains(QStringLiteral("State")))
-            states << changed.value(QStringLiteral("State")).toString();
+        if (interfaceName == interface && changed.contains(m_property))
+            values << changed.value(m_property).toString();
     }
+
+private:
+    QString m_property;
 };
 
 } // namespace
 
 TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
     startProgram();
-    StateAnnouncements announcements;
+    Announcements announcements(QStringLiteral("State"));
     ASSERT_TRUE(connection->connect(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
                                     QStringLiteral("PropertiesChanged"), &announcements,
                                     SLOT(changed(QString, QVariantMap, QStringList))));
@@ -224,11 +236,45 @@ TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
         << program->log().toStdString();
 
     // Every step of the dictation was announced, in order.
-    EXPECT_TRUE(waitUntil([&] { return announcements.states.endsWith(QStringLiteral("idle")); }));
-    EXPECT_EQ(announcements.states, (QStringList{QStringLiteral("recording"), QStringLiteral("transcribing"),
+    EXPECT_TRUE(waitUntil([&] { return announcements.values.endsWith(QStringLiteral("idle")); }));
+    EXPECT_EQ(announcements.values, (QStringList{QStringLiteral("recording"), QStringLiteral("transcribing"),
                                                  QStringLiteral("inserting"), QStringLiteral("idle")}));
     EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
     EXPECT_TRUE(program->log().contains(QStringLiteral("Quitting on signal 15")));
+}
+
+TEST_F(DBusControlTest, LastErrorIsEmptyWhileNothingWentWrong) {
+    startProgram();
+    EXPECT_EQ(property(QStringLiteral("LastError")), QString());
+    EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
+}
+
+TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
+    // Cleanup by a provider whose key is not stored (this bus has no keyring): the dictation goes
+    // through uncleaned and the program says why.
+    IniDefaults preferences(IniDefaults::defaultFilePath());
+    preferences.setValue(AppController::cleanupEnabledKey, true);
+    preferences.setValue(CleanupSettings::providerKey,
+                         CleanupProviders::rawValue(CleanupProvider::anthropic));
+    startProgram();
+    EXPECT_EQ(property(QStringLiteral("LastError")), QString());
+    Announcements announcements(QStringLiteral("LastError"));
+    ASSERT_TRUE(connection->connect(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                    QStringLiteral("PropertiesChanged"), &announcements,
+                                    SLOT(changed(QString, QVariantMap, QStringList))));
+
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
+    keepRunning(300ms);
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+
+    const QString expected = QStringLiteral("Cleanup is on but the selected provider isn't configured.");
+    EXPECT_EQ(property(QStringLiteral("LastError")), expected);
+    EXPECT_TRUE(waitUntil([&] { return !announcements.values.isEmpty(); }, 5s));
+    EXPECT_EQ(announcements.values, QStringList{expected});
 }
 
 TEST_F(DBusControlTest, PressAndReleaseDictateAsHoldingTheTriggerKeyDoes) {
