@@ -15,6 +15,8 @@ DBusControl::DBusControl(AppController& controller, std::function<void()> openSe
             [this](DictationState state) { announce(QStringLiteral("State"), stateName(state)); });
     connect(&m_controller, &AppController::modelStatusChanged, this,
             [this] { announce(QStringLiteral("ModelStatus"), modelStatus()); });
+    connect(&m_controller, &AppController::lastErrorChanged, this,
+            [this] { announce(QStringLiteral("LastError"), lastError()); });
 }
 
 DBusControl::~DBusControl() {
@@ -36,6 +38,10 @@ QString DBusControl::state() const {
 
 QString DBusControl::modelStatus() const {
     return modelStatusName(m_controller.modelStatus());
+}
+
+QString DBusControl::lastError() const {
+    return m_controller.lastErrorText();
 }
 
 QString DBusControl::stateName(DictationState state) {

@@ -19,8 +19,9 @@ class AppController;
 //
 //   object /com/qv/Murmurly, interface com.qv.Murmurly
 //   methods Press, Release, Toggle, Cancel, OpenSettings
-//   read-only properties State ("idle", "recording", "transcribing", "cleaning", "inserting")
-//   and ModelStatus ("checking", "downloading", "ready", "failed"), both announced with
+//   read-only properties State ("idle", "recording", "transcribing", "cleaning", "inserting"),
+//   ModelStatus ("checking", "downloading", "ready", "failed") and LastError (the text of the
+//   last problem, as the tray menu shows it; empty while there was none), all announced with
 //   org.freedesktop.DBus.Properties.PropertiesChanged when they change.
 //
 // Calls arrive on the main thread, like key edges from the hotkey monitor.
@@ -29,6 +30,7 @@ class DBusControl : public QObject {
     Q_CLASSINFO("D-Bus Interface", "com.qv.Murmurly")
     Q_PROPERTY(QString State READ state)
     Q_PROPERTY(QString ModelStatus READ modelStatus)
+    Q_PROPERTY(QString LastError READ lastError)
 
 public:
     static inline const QString serviceName = QStringLiteral("com.qv.Murmurly");
@@ -44,6 +46,7 @@ public:
 
     QString state() const;
     QString modelStatus() const;
+    QString lastError() const;
 
     static QString stateName(DictationState state);
     static QString modelStatusName(const ModelStatus& status);

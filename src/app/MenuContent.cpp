@@ -110,9 +110,13 @@ void MenuContent::updateCost() {
     m_cost->setVisible(cost > 0);
 }
 
+QString MenuContent::errorLine(const QString& error) {
+    return warningSign + error;
+}
+
 void MenuContent::updateError() {
     const std::optional<QString>& error = m_controller.lastError();
-    m_error->setText(error ? literal(warningSign + *error) : QString());
+    m_error->setText(error ? literal(errorLine(*error)) : QString());
     m_error->setVisible(error.has_value());
 }
 

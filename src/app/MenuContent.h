@@ -34,6 +34,9 @@ public:
     QAction* settingsAction() const { return m_settings; }
     QAction* quitAction() const { return m_quit; }
 
+    // The line that shows the last problem: a warning sign before the controller's text.
+    static QString errorLine(const QString& error);
+
 signals:
     // "Settings…" or the keyboard-access item: the settings window should come to the front.
     void settingsRequested();

@@ -36,6 +36,7 @@ public:
     AppController& controller() { return *m_controller; }
     Permissions& permissions() { return m_permissions; }
     LocalModelServer& localModel() { return m_localModel; }
+    Clock& clock() { return m_clock; }
 
 public slots:
     // Asks for the settings window (from the tray, a second launch, or remote control).

@@ -16,12 +16,20 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QTimer>
 
 namespace murmurly {
 
+namespace {
+
+constexpr std::chrono::milliseconds focusSettleDelay{100};
+
+} // namespace
+
 MurmurlyShell::MurmurlyShell(MurmurlyApp& app, QObject* parent)
     : QObject(parent)
-    , m_app(app) {
+    , m_app(app)
+    , m_focusReturn(app.clock()) {
     AppController& controller = app.controller();
     m_menu = std::make_unique<MenuContent>(controller, controller.usage(), controller.cleanupSettings(),
                                            app.permissions());
@@ -53,14 +61,21 @@ void MurmurlyShell::openSettings() {
             page(SettingsTab::general, new GeneralTab(controller, m_keyTranslator, m_inputName)),
             page(SettingsTab::cleanup, new CleanupTab(controller, m_app.localModel())),
             page(SettingsTab::vocabulary, new VocabularyTab(controller, m_dialogs)),
-            page(SettingsTab::history, new HistoryTab(controller, m_dialogs)),
+            page(SettingsTab::history, new HistoryTab(controller, m_dialogs, m_focusReturn)),
             page(SettingsTab::usage, new UsageTab(controller.usage())),
             page(SettingsTab::permissions, new PermissionsTab(controller, m_app.permissions())),
         });
         // The menu's shortcuts work only while the menu is open; these make Ctrl+comma and Ctrl+Q
         // work in the window too.
         m_window->addActions({m_menu->settingsAction(), m_menu->quitAction()});
+        // Where the user goes from the settings window is where they will want a re-inserted
+        // text. The window manager may move the focus a moment after the window learns of it.
+        connect(m_window.get(), &SettingsWindow::deactivated, this, [this] {
+            QTimer::singleShot(focusSettleDelay, this, [this] { m_focusReturn.rememberFocusedWindow(); });
+        });
     }
+    // Noted before the window takes the focus; the program's own windows are never noted.
+    m_focusReturn.rememberFocusedWindow();
     m_window->showAndRaise();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/linux/PulseInputDeviceName.h"
+#include "platform/linux/X11FocusReturn.h"
 #include "platform/linux/X11KeyEventTranslator.h"
 #include "settings/QtFileDialogs.h"
 
@@ -38,6 +39,9 @@ private:
     X11KeyEventTranslator m_keyTranslator;
     PulseInputDeviceName m_inputName;
     QtFileDialogs m_dialogs;
+    // The window the user worked in before the settings window, for the History tab's
+    // "Re-insert".
+    X11FocusReturn m_focusReturn;
     std::unique_ptr<MenuContent> m_menu;
     std::unique_ptr<TrayIcon> m_tray;
     std::unique_ptr<SettingsWindow> m_window;

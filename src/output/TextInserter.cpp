@@ -27,6 +27,30 @@ struct TextInserter::PendingRestore {
     };
 };
 
+// An insertion's place in the line: it runs when the one before it hands on, or never when the
+// line is dropped.
+struct TextInserter::Turn {
+    std::coroutine_handle<> waiter;
+    bool given = false;
+    bool dropped = false;
+
+    void give() { wake(given); }
+    void drop() { wake(dropped); }
+
+    struct Awaiter {
+        Turn& turn;
+        bool await_ready() const noexcept { return turn.given || turn.dropped; }
+        void await_suspend(std::coroutine_handle<> handle) noexcept { turn.waiter = handle; }
+        void await_resume() const noexcept {}
+    };
+
+private:
+    void wake(bool& flag) {
+        flag = true;
+        if (const auto handle = std::exchange(waiter, {})) handle.resume();
+    }
+};
+
 TextInserter::TextInserter(Clipboard& clipboard, PasteKeys& pasteKeys, Clock& clock)
     : m_clipboard(clipboard)
     , m_pasteKeys(pasteKeys)
@@ -38,6 +62,15 @@ TextInserter::~TextInserter() {
 }
 
 QCoro::Task<> TextInserter::insert(QString text) {
+    if (m_busy) {
+        auto turn = std::make_shared<Turn>();
+        m_waiting.append(turn);
+        co_await Turn::Awaiter{*turn};
+        if (turn->dropped) co_return;
+        // Handed on by the one before: the inserter stayed busy, now with this insertion.
+    }
+    m_busy = true;
+
     const ClipboardSnapshot previous = m_clipboard.snapshot();
     m_clipboard.writeText(text);
     if (m_pasteKeys.paste())
@@ -55,13 +88,27 @@ QCoro::Task<> TextInserter::insert(QString text) {
     m_pending.removeOne(pending);
 
     m_clipboard.restore(previous);
+    handOn();
+}
+
+void TextInserter::handOn() {
+    if (m_waiting.isEmpty()) {
+        m_busy = false;
+        return;
+    }
+    // Runs the next insertion up to its own wait before this one's caller carries on.
+    m_waiting.takeFirst()->give();
 }
 
 void TextInserter::cancel() {
+    // The line is taken first, so that the restore below hands on to nobody.
+    const auto waiting = std::exchange(m_waiting, {});
     // Ending a wait resumes its insertion, which removes it from the list: work on a copy.
     const auto pending = m_pending;
     for (const auto& wait : pending)
         wait->end();
+    for (const auto& turn : waiting)
+        turn->drop();
 }
 
 QCoro::Task<> TextInserter::endAfter(Clock& clock, std::chrono::milliseconds delay,

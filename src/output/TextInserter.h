@@ -28,15 +28,21 @@ public:
 
     // Snapshot, write the text, post the chord, wait, restore. Never fails: a chord that cannot be
     // made is logged, and the clipboard is restored all the same. Runs on the main thread; the
-    // wait suspends without blocking it. Overlapping calls are not guarded against (a second call
-    // during the wait would take the first one's text for the previous contents).
+    // wait suspends without blocking it. Insertions run one at a time, in the order of the calls:
+    // one that comes while another is still pasting waits until that one has put the clipboard
+    // back, so that each snapshot holds the user's own contents and each chord pastes its text.
     QCoro::Task<> insert(QString text);
 
-    // Cuts the wait of every insertion in progress short: their clipboards are restored at once.
+    // Cuts the wait of the insertion in progress short, so its clipboard is restored at once, and
+    // drops the insertions still waiting for their turn: nothing of theirs is pasted.
     void cancel();
 
 private:
     struct PendingRestore;
+    struct Turn;
+
+    // Lets the next waiting insertion run, or marks the inserter free when none waits.
+    void handOn();
 
     // Runs detached: its frame keeps the shared wait alive until the sleep is over.
     static QCoro::Task<> endAfter(Clock& clock, std::chrono::milliseconds delay,
@@ -47,6 +53,8 @@ private:
     Clock& m_clock;
     std::int64_t m_restoreDelayMilliseconds = defaultRestoreDelayMilliseconds;
     QList<std::shared_ptr<PendingRestore>> m_pending;
+    bool m_busy = false;                    // an insertion is between its snapshot and restore
+    QList<std::shared_ptr<Turn>> m_waiting; // insertions waiting for it, oldest first
 };
 
 } // namespace murmurly

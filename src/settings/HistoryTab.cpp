@@ -1,6 +1,8 @@
 #include "settings/HistoryTab.h"
 
 #include "core/AppController.h"
+#include "core/FocusReturn.h"
+#include "core/Log.h"
 #include "records/HistoryStore.h"
 #include "settings/ApplicationName.h"
 #include "settings/FileDialogs.h"
@@ -50,6 +52,15 @@ HistoryTab::HistoryTab(AppController& controller, FileDialogs& dialogs, QWidget*
     , m_controller(controller)
     , m_store(controller.history())
     , m_dialogs(dialogs) {
+    build();
+}
+
+HistoryTab::HistoryTab(AppController& controller, FileDialogs& dialogs, FocusReturn& focus, QWidget* parent)
+    : QWidget(parent)
+    , m_controller(controller)
+    , m_store(controller.history())
+    , m_dialogs(dialogs)
+    , m_focus(&focus) {
     build();
 }
 
@@ -283,14 +294,23 @@ void HistoryTab::showEntryMenu(const QPoint& position) {
     menu->addAction(QStringLiteral("Copy"), this, [this, chosen] { copy(shownText(chosen)); });
     if (chosen.cleanedText)
         menu->addAction(QStringLiteral("Copy Raw"), this, [this, chosen] { copy(chosen.rawText); });
-    menu->addAction(QStringLiteral("Re-insert"), this,
-                    [this, chosen] { m_controller.reinsert(shownText(chosen)); });
+    menu->addAction(QStringLiteral("Re-insert"), this, [this, chosen] { reinsert(shownText(chosen)); });
     menu->addSeparator();
     QAction* remove =
         menu->addAction(QStringLiteral("Delete"), this, [this, chosen] { this->remove(chosen.id); });
     remove->setObjectName(QStringLiteral("deleteEntry"));
     // Shown without waiting, so the event loop (and a test driving it) keeps running.
     menu->popup(m_list->viewport()->mapToGlobal(position));
+}
+
+QCoro::Task<> HistoryTab::reinsert(QString text) {
+    // The settings window has the focus while the user picks the entry, and the paste goes
+    // wherever the focus is: it goes back first. The controller outlives this window, so the text
+    // is pasted even if the window was closed meanwhile.
+    AppController& controller = m_controller;
+    if (m_focus && !co_await m_focus->returnFocus(focusReturnLimit))
+        qCWarning(lcApp, "Re-inserting where the focus is: it could not be given back");
+    controller.reinsert(text);
 }
 
 void HistoryTab::copy(const QString& text) {

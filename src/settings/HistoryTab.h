@@ -2,9 +2,11 @@
 
 #include "records/HistoryEntry.h"
 
+#include <QCoro/QCoroTask>
 #include <QLocale>
 #include <QWidget>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -23,6 +25,7 @@ namespace murmurly {
 
 class AppController;
 class FileDialogs;
+class FocusReturn;
 class HistoryStore;
 
 // The History tab: the history switch and its retention, and the recorded dictations, newest
@@ -34,7 +37,14 @@ public:
     // Confirms "Clear All" with the desktop's own dialog.
     explicit HistoryTab(AppController& controller, QWidget* parent = nullptr);
     HistoryTab(AppController& controller, FileDialogs& dialogs, QWidget* parent = nullptr);
+    // "Re-insert" first gives the keyboard focus back to the window the user worked in before
+    // the settings window took it, so the text lands there rather than in this window.
+    HistoryTab(AppController& controller, FileDialogs& dialogs, FocusReturn& focus,
+               QWidget* parent = nullptr);
     ~HistoryTab() override;
+
+    // How long "Re-insert" waits for the focus to leave the settings window before pasting anyway.
+    static constexpr std::chrono::milliseconds focusReturnLimit{1000};
 
     // The header line of an entry: date and time, then the provider unless cleanup was off, then
     // the application when one was recorded, joined by " · ".
@@ -57,6 +67,7 @@ private:
     std::optional<HistoryEntry> entryAt(int row) const;
 
     void copy(const QString& text);
+    QCoro::Task<> reinsert(QString text);
     void remove(const QUuid& id);
     void clearAll();
 
@@ -64,6 +75,7 @@ private:
     HistoryStore& m_store;
     std::unique_ptr<FileDialogs> m_ownDialogs;
     FileDialogs& m_dialogs;
+    FocusReturn* m_focus = nullptr; // none: "Re-insert" pastes wherever the focus is
 
     QCheckBox* m_enabled = nullptr;
     QGroupBox* m_retention = nullptr;

@@ -106,6 +106,11 @@ void SettingsWindow::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
 }
 
+void SettingsWindow::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::ActivationChange && !isActiveWindow()) emit deactivated();
+    QWidget::changeEvent(event);
+}
+
 QSize SettingsWindow::sizeHint() const {
     // As large as the largest page wants, within the minimum and most of the screen.
     QSize content(0, 0);

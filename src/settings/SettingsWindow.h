@@ -34,8 +34,13 @@ public:
 
     QSize sizeHint() const override;
 
+signals:
+    // The window stopped being the active one: the user went to another window.
+    void deactivated();
+
 protected:
     void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     QListWidget* m_sidebar;

@@ -3,6 +3,7 @@
 // private home, and another application's text field holding the keyboard focus. The program is
 // driven with its own command line (--toggle, --cancel, --settings) over D-Bus, and recordings
 // are played into the sink.
+#include "MurmurlyControl.h"
 #include "PrivatePulseServer.h"
 #include "PrivateSessionBus.h"
 #include "RunningMurmurly.h"
@@ -10,17 +11,21 @@
 #include "TemporaryHome.h"
 #include "TextFieldWindowProcess.h"
 #include "WaitUntil.h"
+#include "cleanup/CleanupProvider.h"
+#include "cleanup/CleanupSettings.h"
+#include "core/AppController.h"
+#include "platform/linux/IniDefaults.h"
 
 #include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusVariant>
 #include <QProcess>
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
+using namespace murmurly;
 using namespace murmurly::testing;
 using namespace std::chrono_literals;
 
@@ -72,8 +77,8 @@ protected:
         ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
         ASSERT_TRUE(pulse.isRunning()) << pulse.error().toStdString();
         ASSERT_TRUE(window.isReady());
-        connection.emplace(QDBusConnection::connectToBus(bus.address(), QStringLiteral("murmurly-test")));
-        ASSERT_TRUE(connection->isConnected());
+        control.emplace(bus.address(), QStringLiteral("murmurly-test"));
+        ASSERT_TRUE(control->isConnected());
     }
 
     void TearDown() override {
@@ -82,23 +87,18 @@ protected:
             if (HasFailure()) std::printf("murmurly's log:\n%s\n", qPrintable(program->log()));
         }
         program.reset();
-        connection.reset();
-        QDBusConnection::disconnectFromBus(QStringLiteral("murmurly-test"));
+        control.reset();
     }
 
     // A property of the program's control object, or nothing while it does not answer.
-    std::optional<QString> property(const QString& name) {
-        QDBusMessage get = QDBusMessage::createMethodCall(
-            service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-        get << interface << name;
-        const QDBusMessage reply = connection->call(get, QDBus::Block, 2000);
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
-        return reply.arguments().constFirst().value<QDBusVariant>().variant().toString();
-    }
+    std::optional<QString> property(const QString& name) { return control->property(name); }
 
     bool waitForState(const QString& state, std::chrono::milliseconds limit = 20s) {
-        return waitUntil([&] { return property(QStringLiteral("State")) == state; }, limit);
+        return control->waitForState(state, limit);
     }
+
+    // The bus connection the program's announcements arrive on.
+    QDBusConnection& connection() { return control->connection(); }
 
     // Starts the program and waits until it can dictate: its control object answers and its
     // speech model is ready.
@@ -120,32 +120,38 @@ protected:
     PrivatePulseServer pulse;
     TemporaryHome home;
     TextFieldWindowProcess window;
-    std::optional<QDBusConnection> connection;
+    std::optional<MurmurlyControl> control;
     std::unique_ptr<RunningMurmurly> program;
 };
 
-// Collects the State values the program announces with PropertiesChanged.
-class StateAnnouncements : public QObject {
+// Collects the values of one property the program announces with PropertiesChanged.
+class Announcements : public QObject {
     Q_OBJECT
 
 public:
-    QStringList states;
+    explicit Announcements(QString property)
+        : m_property(std::move(property)) {}
+
+    QStringList values;
 
 public slots:
     void changed(const QString& interfaceName, const QVariantMap& changed, const QStringList&) {
-        if (interfaceName == interface && changed.contains(QStringLiteral("State")))
-            states << changed.value(QStringLiteral("State")).toString();
+        if (interfaceName == interface && changed.contains(m_property))
+            values << changed.value(m_property).toString();
     }
+
+private:
+    QString m_property;
 };
 
 } // namespace
 
 TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
     startProgram();
-    StateAnnouncements announcements;
-    ASSERT_TRUE(connection->connect(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
-                                    QStringLiteral("PropertiesChanged"), &announcements,
-                                    SLOT(changed(QString, QVariantMap, QStringList))));
+    Announcements announcements(QStringLiteral("State"));
+    ASSERT_TRUE(connection().connect(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                     QStringLiteral("PropertiesChanged"), &announcements,
+                                     SLOT(changed(QString, QVariantMap, QStringList))));
 
     const ProgramRun start = command({QStringLiteral("--toggle")}, headlessEnvironment());
     ASSERT_TRUE(start.finished);
@@ -177,11 +183,45 @@ TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
         << program->log().toStdString();
 
     // Every step of the dictation was announced, in order.
-    EXPECT_TRUE(waitUntil([&] { return announcements.states.endsWith(QStringLiteral("idle")); }));
-    EXPECT_EQ(announcements.states, (QStringList{QStringLiteral("recording"), QStringLiteral("transcribing"),
+    EXPECT_TRUE(waitUntil([&] { return announcements.values.endsWith(QStringLiteral("idle")); }));
+    EXPECT_EQ(announcements.values, (QStringList{QStringLiteral("recording"), QStringLiteral("transcribing"),
                                                  QStringLiteral("inserting"), QStringLiteral("idle")}));
     EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
     EXPECT_TRUE(program->log().contains(QStringLiteral("Quitting on signal 15")));
+}
+
+TEST_F(DBusControlTest, LastErrorIsEmptyWhileNothingWentWrong) {
+    startProgram();
+    EXPECT_EQ(property(QStringLiteral("LastError")), QString());
+    EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
+}
+
+TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
+    // Cleanup by a provider whose key is not stored (this bus has no keyring): the dictation goes
+    // through uncleaned and the program says why.
+    IniDefaults preferences(IniDefaults::defaultFilePath());
+    preferences.setValue(AppController::cleanupEnabledKey, true);
+    preferences.setValue(CleanupSettings::providerKey,
+                         CleanupProviders::rawValue(CleanupProvider::anthropic));
+    startProgram();
+    EXPECT_EQ(property(QStringLiteral("LastError")), QString());
+    Announcements announcements(QStringLiteral("LastError"));
+    ASSERT_TRUE(connection().connect(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                     QStringLiteral("PropertiesChanged"), &announcements,
+                                     SLOT(changed(QString, QVariantMap, QStringList))));
+
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
+    keepRunning(300ms);
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+
+    const QString expected = QStringLiteral("Cleanup is on but the selected provider isn't configured.");
+    EXPECT_EQ(property(QStringLiteral("LastError")), expected);
+    EXPECT_TRUE(waitUntil([&] { return !announcements.values.isEmpty(); }, 5s));
+    EXPECT_EQ(announcements.values, QStringList{expected});
 }
 
 TEST_F(DBusControlTest, PressAndReleaseDictateAsHoldingTheTriggerKeyDoes) {

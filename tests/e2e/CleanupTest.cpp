@@ -4,6 +4,7 @@
 
 #include "StandInHttpServer.h"
 #include "WaitUntil.h"
+#include "app/MenuContent.h"
 #include "cleanup/CleanupProvider.h"
 #include "cleanup/CleanupSettings.h"
 #include "core/AppController.h"
@@ -105,9 +106,12 @@ TEST_F(CleanupTest, WhenTheProviderFailsTheRawTranscriptIsInserted) {
     const QString transcript = loggedTranscript();
     ASSERT_FALSE(transcript.isEmpty()) << program->log().toStdString();
     EXPECT_EQ(text, transcript + QLatin1Char(' '));
-    // The program's last error is shown in its tray menu only; its log names the failure.
-    EXPECT_TRUE(program->log().contains(QStringLiteral("OpenAI-compatible cleanup error 500")))
+    // The program's last error, and the line its tray menu shows for it.
+    const std::optional<QString> lastError = property(QStringLiteral("LastError"));
+    EXPECT_EQ(lastError, QStringLiteral("Cleanup failed \u2014 inserted the raw transcript."))
         << program->log().toStdString();
+    EXPECT_EQ(MenuContent::errorLine(lastError.value_or(QString())),
+              QStringLiteral("\u26A0\uFE0E Cleanup failed \u2014 inserted the raw transcript."));
     // Nothing was counted for a failed cleanup.
     const std::optional<QVariant> usage = preference(UsageTracker::allTimeKey);
     if (usage) {

@@ -280,39 +280,67 @@ TEST(XdgAutostartLoginItem, RegisterReplacesAnEntryTheUserSwitchedOff) {
     EXPECT_FALSE(keys->contains(QStringLiteral("Hidden")));
 }
 
-TEST(XdgAutostartLoginItem, ReadOnlyAutostartFolderGivesTheSystemsReason) {
+TEST(XdgAutostartLoginItem, AutostartFolderThatRefusesChangesGivesTheSystemsReason) {
     TemporaryHome home;
     XdgAutostartLoginItem item(QStringLiteral("/usr/bin/murmurly"));
     const QString folder = home.configHome() + QStringLiteral("/autostart");
     ASSERT_TRUE(QDir().mkpath(folder));
     const QString path = XdgAutostartLoginItem::autostartFilePath();
     const QByteArray folderName = QFile::encodeName(folder);
+    const QByteArray entryName = QFile::encodeName(path);
     ASSERT_EQ(chmod(folderName.constData(), 0500), 0);
 
-    // Privileged users (root, CAP_DAC_OVERRIDE) write into read-only folders anyway: find out by
-    // trying, and learn the system's wording for the refusal at the same time.
+    // A read-only folder refuses ordinary users; privileged ones (root, CAP_DAC_OVERRIDE) write
+    // into it anyway. Find out by trying, and learn the system's wording for the refusal.
     const QByteArray probe = folderName + "/probe";
     const int fd = open(probe.constData(), O_WRONLY | O_CREAT | O_EXCL, 0600);
-    if (fd >= 0) {
-        close(fd);
-        unlink(probe.constData());
+    const int probeErrno = errno;
+    if (fd < 0) {
+        SCOPED_TRACE("read-only folder");
+        const QString reason = QString::fromLocal8Bit(std::strerror(probeErrno));
+
+        EXPECT_EQ(item.registerItem(), QStringLiteral("Could not write %1: %2.").arg(path, reason));
+        EXPECT_FALSE(item.isEnabled());
+        EXPECT_FALSE(QFileInfo::exists(path));
+
+        // An entry that exists but cannot be removed: the failure is told and the status stays on.
+        ASSERT_EQ(chmod(folderName.constData(), 0700), 0);
+        ASSERT_EQ(item.registerItem(), std::nullopt);
+        ASSERT_EQ(chmod(folderName.constData(), 0500), 0);
+        EXPECT_EQ(item.unregisterItem(), QStringLiteral("Could not remove %1: %2.").arg(path, reason));
+        EXPECT_TRUE(item.isEnabled());
+        EXPECT_TRUE(QFileInfo::exists(path));
         chmod(folderName.constData(), 0700);
-        GTEST_SKIP() << "this user can write into read-only folders";
+        return;
     }
-    const QString reason = QString::fromLocal8Bit(std::strerror(errno));
 
-    EXPECT_EQ(item.registerItem(), QStringLiteral("Could not write %1: %2.").arg(path, reason));
-    EXPECT_FALSE(item.isEnabled());
-    EXPECT_FALSE(QFileInfo::exists(path));
-
-    // An entry that exists but cannot be removed: the failure is told and the status stays on.
+    // This user overrides permissions, so the folder is made unusable in ways no privilege gets
+    // past, and the system's reason is again learned by doing the same thing directly first.
+    SCOPED_TRACE("privileged user");
+    close(fd);
+    ASSERT_EQ(unlink(probe.constData()), 0);
     ASSERT_EQ(chmod(folderName.constData(), 0700), 0);
+
+    // A regular file where the folder must be: the folder cannot be created.
+    ASSERT_EQ(rmdir(folderName.constData()), 0);
+    writeFile(folder, "not a folder");
+    ASSERT_LT(open(folderName.constData(), O_RDONLY | O_DIRECTORY), 0);
+    const QString createReason = QString::fromLocal8Bit(std::strerror(errno));
+    EXPECT_EQ(item.registerItem(), QStringLiteral("Could not create %1: %2.").arg(folder, createReason));
+    EXPECT_FALSE(item.isEnabled());
+    EXPECT_TRUE(QFileInfo(folder).isFile());
+
+    // A registered entry whose name is then taken by a folder with something in it: the removal
+    // fails with the system's reason and the folder stays.
+    ASSERT_TRUE(QFile::remove(folder));
     ASSERT_EQ(item.registerItem(), std::nullopt);
-    ASSERT_EQ(chmod(folderName.constData(), 0500), 0);
-    EXPECT_EQ(item.unregisterItem(), QStringLiteral("Could not remove %1: %2.").arg(path, reason));
-    EXPECT_TRUE(item.isEnabled());
-    EXPECT_TRUE(QFileInfo::exists(path));
-    chmod(folderName.constData(), 0700);
+    ASSERT_TRUE(item.isEnabled());
+    ASSERT_TRUE(QFile::remove(path));
+    writeFile(path + QStringLiteral("/inside"), "x");
+    ASSERT_NE(rmdir(entryName.constData()), 0);
+    const QString removeReason = QString::fromLocal8Bit(std::strerror(errno));
+    EXPECT_EQ(item.unregisterItem(), QStringLiteral("Could not remove %1: %2.").arg(path, removeReason));
+    EXPECT_TRUE(QFileInfo(path + QStringLiteral("/inside")).isFile());
 }
 
 TEST(XdgAutostartLoginItem, FileInPlaceOfTheAutostartFolderGivesTheReason) {

@@ -1,6 +1,8 @@
 #include "settings/HistoryTab.h"
 #include "ControllerHarness.h"
+#include "FakeFocusReturn.h"
 #include "KeyboardReach.h"
+#include "LogCapture.h"
 #include "ScriptedFileDialogs.h"
 #include "TabScreenshot.h"
 #include "TemporaryHome.h"
@@ -28,6 +30,8 @@
 
 using namespace murmurly;
 using murmurly::testing::ControllerHarness;
+using murmurly::testing::FakeFocusReturn;
+using murmurly::testing::LogCapture;
 using murmurly::testing::ScriptedFileDialogs;
 using murmurly::testing::TemporaryHome;
 
@@ -301,6 +305,55 @@ TEST_F(HistoryTabTest, ReInsertPastesTheEntryThroughTheController) {
     harness.advance(std::chrono::milliseconds(500));
     // Re-inserting records nothing new.
     EXPECT_EQ(store().entries().size(), 2);
+}
+
+TEST_F(HistoryTabTest, ReInsertGivesTheFocusBackBeforePasting) {
+    setEntries({entry("um so hello", QStringLiteral("So, hello."))});
+    FakeFocusReturn focus(harness.clock);
+    focus.takes = std::chrono::milliseconds(40);
+    HistoryTab tab(harness.controller(), dialogs, focus);
+    tab.resize(murmurly::testing::tabAreaSize);
+    tab.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&tab));
+    QStringList pasted;
+    harness.pasteKeys.onPaste = [&] { pasted << harness.clipboard.text(); };
+
+    choose(openMenu(tab, 0), QStringLiteral("Re-insert"));
+    harness.settle();
+    // Nothing is pasted while the focus is still on its way back.
+    EXPECT_EQ(focus.returns, 1);
+    EXPECT_EQ(focus.lastLimit, HistoryTab::focusReturnLimit);
+    EXPECT_EQ(focus.returned, 0);
+    EXPECT_EQ(harness.pasteKeys.chords, 0);
+    EXPECT_TRUE(harness.clipboard.operations.isEmpty());
+
+    harness.advance(std::chrono::milliseconds(40));
+    EXPECT_EQ(focus.returned, 1);
+    EXPECT_EQ(pasted, QStringList{QStringLiteral("So, hello.")});
+    harness.advance(std::chrono::milliseconds(500));
+    EXPECT_EQ(harness.pasteKeys.chords, 1);
+    EXPECT_EQ(focus.returns, 1);
+}
+
+TEST_F(HistoryTabTest, ReInsertPastesWhereTheFocusIsWhenItCannotBeGivenBack) {
+    setEntries({entry("older raw only")});
+    FakeFocusReturn focus(harness.clock);
+    focus.succeeds = false;
+    HistoryTab tab(harness.controller(), dialogs, focus);
+    tab.resize(murmurly::testing::tabAreaSize);
+    tab.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&tab));
+    QStringList pasted;
+    harness.pasteKeys.onPaste = [&] { pasted << harness.clipboard.text(); };
+    LogCapture log;
+
+    choose(openMenu(tab, 0), QStringLiteral("Re-insert"));
+    harness.settle();
+    EXPECT_EQ(focus.returns, 1);
+    EXPECT_EQ(pasted, QStringList{QStringLiteral("older raw only")});
+    EXPECT_EQ(log.messages(QtWarningMsg),
+              QStringList{QStringLiteral("Re-inserting where the focus is: it could not be given back")});
+    harness.advance(std::chrono::milliseconds(500));
 }
 
 TEST_F(HistoryTabTest, DeleteRemovesOnlyThatEntryAndSavesTheFile) {

@@ -548,6 +548,27 @@ TEST_F(AppControllerTest, ReinsertPastesTheTextAloneWithoutStateOrHistory) {
     EXPECT_TRUE(history().isEmpty());
 }
 
+TEST_F(AppControllerTest, ReinsertDuringADictationsPasteFollowsItAndTheClipboardComesBack) {
+    controller();
+    h.clipboard.items = {ClipboardItem{{QStringLiteral("text/plain"), "mine"}}};
+    controller().pttPressed();
+    h.advance(1s);
+    controller().pttReleased();
+    for (int step = 0; step < 100 && pasted.isEmpty(); ++step)
+        h.advance(10ms);
+    ASSERT_EQ(pasted, QStringList{QStringLiteral("hello world ")});
+    ASSERT_EQ(controller().state(), DictationState::inserting);
+
+    // Chosen in the History tab while the dictation's text is still on the clipboard.
+    controller().reinsert(QStringLiteral("from the past"));
+    EXPECT_EQ(pasted.size(), 1);
+    finish();
+    EXPECT_EQ(pasted, (QStringList{QStringLiteral("hello world "), QStringLiteral("from the past")}));
+    EXPECT_EQ(h.clipboard.text(), QStringLiteral("mine"));
+    EXPECT_EQ(controller().state(), DictationState::idle);
+    EXPECT_EQ(history().size(), 1);
+}
+
 // ---- preferences and the trigger ----
 
 TEST_F(AppControllerTest, CaptureModeReadsThePreferenceOnEveryAccess) {

@@ -158,14 +158,88 @@ TEST_F(TextInserterTest, CancelWithNothingInProgressDoesNothing) {
     EXPECT_TRUE(clipboard.operations.isEmpty());
 }
 
-TEST_F(TextInserterTest, ASecondInsertDuringTheWaitTakesTheFirstTextForThePreviousContents) {
+TEST_F(TextInserterTest, ASecondInsertDuringTheWaitRunsOnceTheFirstHasRestored) {
+    QStringList pasted;
+    keys.onPaste = [&] { pasted << clipboard.text(); };
     clipboard.items = {ClipboardItem{{plainText, "before"}}};
     auto first = inserter.insert(QStringLiteral("one"));
     clock.advance(100ms);
     auto second = inserter.insert(QStringLiteral("two"));
-    clock.advance(80ms); // the first restores "before"
-    EXPECT_EQ(clipboard.text(), QStringLiteral("before"));
-    clock.advance(100ms); // the second restores what it found: "one"
+    // The second waits: the first's text stays on the clipboard for its paste.
     EXPECT_EQ(clipboard.text(), QStringLiteral("one"));
+    EXPECT_EQ(pasted, QStringList{QStringLiteral("one")});
+    EXPECT_FALSE(second.isReady());
+
+    clock.advance(80ms); // the first restores, then the second snapshots that and pastes
+    EXPECT_TRUE(first.isReady());
+    EXPECT_FALSE(second.isReady());
+    EXPECT_EQ(pasted, (QStringList{QStringLiteral("one"), QStringLiteral("two")}));
+    EXPECT_EQ(clipboard.operations,
+              (QStringList{QStringLiteral("snapshot"), QStringLiteral("write"), QStringLiteral("restore"),
+                           QStringLiteral("snapshot"), QStringLiteral("write")}));
+    EXPECT_EQ(clipboard.text(), QStringLiteral("two"));
+
+    // Its own full wait, then the user's contents come back.
+    clock.advance(179ms);
+    EXPECT_EQ(clipboard.text(), QStringLiteral("two"));
+    EXPECT_FALSE(second.isReady());
+    clock.advance(1ms);
+    EXPECT_TRUE(second.isReady());
+    EXPECT_EQ(clipboard.text(), QStringLiteral("before"));
     EXPECT_EQ(keys.chords, 2);
+}
+
+TEST_F(TextInserterTest, InsertionsThatPileUpRunInTheOrderOfTheCalls) {
+    QStringList pasted;
+    keys.onPaste = [&] { pasted << clipboard.text(); };
+    const ClipboardSnapshot before = {imageWithTextTwin(), ClipboardItem{{plainText, "second item"}}};
+    clipboard.items = before;
+    auto first = inserter.insert(QStringLiteral("one"));
+    auto second = inserter.insert(QStringLiteral("two"));
+    clock.advance(10ms);
+    auto third = inserter.insert(QStringLiteral("three"));
+    EXPECT_EQ(pasted, QStringList{QStringLiteral("one")});
+
+    clock.advance(170ms);
+    EXPECT_EQ(pasted, (QStringList{QStringLiteral("one"), QStringLiteral("two")}));
+    clock.advance(180ms);
+    EXPECT_EQ(pasted, (QStringList{QStringLiteral("one"), QStringLiteral("two"), QStringLiteral("three")}));
+    EXPECT_TRUE(first.isReady());
+    EXPECT_TRUE(second.isReady());
+    EXPECT_FALSE(third.isReady());
+    clock.advance(180ms);
+    EXPECT_TRUE(third.isReady());
+    EXPECT_EQ(clipboard.items, before);
+    EXPECT_EQ(clipboard.operations.count(QStringLiteral("restore")), 3);
+
+    // With the line empty again, the next insertion starts at once.
+    auto fourth = inserter.insert(QStringLiteral("four"));
+    EXPECT_EQ(pasted.size(), 4);
+    EXPECT_EQ(pasted.last(), QStringLiteral("four"));
+    clock.advance(180ms);
+    EXPECT_TRUE(fourth.isReady());
+    EXPECT_EQ(clipboard.items, before);
+}
+
+TEST_F(TextInserterTest, CancellingDropsTheInsertionsWaitingTheirTurn) {
+    clipboard.items = {ClipboardItem{{plainText, "before"}}};
+    auto first = inserter.insert(QStringLiteral("one"));
+    auto second = inserter.insert(QStringLiteral("two"));
+    clock.advance(50ms);
+    inserter.cancel();
+    EXPECT_TRUE(first.isReady());
+    EXPECT_TRUE(second.isReady());
+    EXPECT_EQ(clipboard.text(), QStringLiteral("before"));
+    EXPECT_EQ(keys.chords, 1);
+    clock.advance(500ms);
+    EXPECT_EQ(keys.chords, 1);
+    EXPECT_EQ(clipboard.operations,
+              (QStringList{QStringLiteral("snapshot"), QStringLiteral("write"), QStringLiteral("restore")}));
+
+    // The inserter is free again afterwards.
+    auto third = inserter.insert(QStringLiteral("three"));
+    EXPECT_EQ(clipboard.text(), QStringLiteral("three"));
+    clock.advance(180ms);
+    EXPECT_TRUE(third.isReady());
+    EXPECT_EQ(clipboard.text(), QStringLiteral("before"));
 }
