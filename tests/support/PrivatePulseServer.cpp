@@ -1,5 +1,7 @@
 #include "PrivatePulseServer.h"
 
+#include "ChildProcess.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QThread>
@@ -72,13 +74,7 @@ PrivatePulseServer::PrivatePulseServer(DefaultSource source) {
 }
 
 PrivatePulseServer::~PrivatePulseServer() {
-    if (m_server.state() != QProcess::NotRunning) {
-        m_server.terminate();
-        if (!m_server.waitForFinished(3000)) {
-            m_server.kill();
-            m_server.waitForFinished(3000);
-        }
-    }
+    stopChild(m_server);
     for (const auto& [name, value] : m_savedEnv) {
         if (value)
             qputenv(name.constData(), *value);
