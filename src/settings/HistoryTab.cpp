@@ -5,7 +5,6 @@
 #include "settings/ApplicationName.h"
 #include "settings/FileDialogs.h"
 #include "settings/HistoryEntryDelegate.h"
-#include "settings/NoteLabel.h"
 #include "settings/QtFileDialogs.h"
 #include "settings/SettingsLayout.h"
 #include "settings/SettingsText.h"
@@ -94,7 +93,7 @@ void HistoryTab::build() {
     connect(m_enabled, &QCheckBox::toggled, this, [this](bool on) {
         if (on != m_store.enabled()) m_store.setEnabled(on);
     });
-    auto* explanation = new NoteLabel(
+    auto* explanation = SettingsText::note(
         QStringLiteral("Off by default. Stored only on this computer (~/.local/share/murmurly), "
                        "never synced. Transcripts can be sensitive."));
     explanation->setObjectName(QStringLiteral("historyExplanation"));
