@@ -62,6 +62,7 @@ bool PrivateKeyring::startKeyring() {
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
     m_keyring.setProcessEnvironment(environment);
     m_keyring.setProcessChannelMode(QProcess::MergedChannels);
+    endWithThisProcess(m_keyring);
     m_keyring.start(
         QStringLiteral("gnome-keyring-daemon"),
         {QStringLiteral("--foreground"), QStringLiteral("--unlock"), QStringLiteral("--components=secrets")});

@@ -21,6 +21,9 @@ public:
     // Empty when everything started; otherwise what went wrong.
     QString error() const { return m_error; }
     QString busAddress() const { return m_bus.address(); }
+    // The process ids of the keyring daemon and of the bus daemon; 0 when one is not running.
+    qint64 keyringProcessId() const { return m_keyring.processId(); }
+    qint64 busProcessId() const { return m_bus.processId(); }
 
     // Object paths of the Secret Service items whose attributes include all of these, asked of
     // the service directly over D-Bus (locked and unlocked together); -1 when the call fails.

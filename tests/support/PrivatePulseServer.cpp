@@ -55,6 +55,7 @@ PrivatePulseServer::PrivatePulseServer(DefaultSource source) {
     env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")); // no session services of the user
     m_server.setProcessEnvironment(env);
     m_server.setProcessChannelMode(QProcess::MergedChannels);
+    endWithThisProcess(m_server);
     m_server.start(QStringLiteral("pulseaudio"),
                    {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
                     QStringLiteral("-n"), QStringLiteral("-F"), script.fileName(),

@@ -63,6 +63,7 @@ bool PrivateSessionBus::start() {
     }
     config.close();
 
+    endWithThisProcess(m_daemon);
     m_daemon.start(QStringLiteral("dbus-daemon"),
                    {QStringLiteral("--config-file=") + configPath, QStringLiteral("--nofork"),
                     QStringLiteral("--print-address=1")});
