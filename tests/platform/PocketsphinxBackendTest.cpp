@@ -8,6 +8,7 @@
 #include "speech/MurmurlyError.h"
 #include "speech/TranscriptionEngine.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 
@@ -135,6 +136,7 @@ TEST(PocketsphinxBackend, CancellingADictationWhileTheModelLoadsDoesNotWaitForTh
     engine.reset();
     const bool openWhenDestroyed = gated.gate.isOpen();
     gated.gate.open();
+    QCoreApplication::processEvents(); // the cancelled results reader ends on the event loop
 
     EXPECT_FALSE(openWhenDestroyed) << "cancelling the dictation waited for the model load";
     // The load went on without the dictation, for the next one.
