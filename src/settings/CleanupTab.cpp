@@ -6,8 +6,8 @@
 #include "cleanup/KeychainStore.h"
 #include "cleanup/LocalModelServer.h"
 #include "core/AppController.h"
-#include "settings/NoteLabel.h"
 #include "settings/SettingsLayout.h"
+#include "settings/SettingsText.h"
 #include "settings/StatusLabel.h"
 
 #include <QComboBox>
@@ -178,9 +178,9 @@ QGroupBox* CleanupTab::buildLocalSection() {
     form->addRow(checkRow);
     if (m_server)
         form->addRow(
-            new NoteLabel(QStringLiteral("A model server on this computer that speaks the OpenAI API, "
-                                         "such as Ollama or llama.cpp's server. Transcripts never "
-                                         "leave this computer.")));
+            SettingsText::note(QStringLiteral("A model server on this computer that speaks the OpenAI API, "
+                                              "such as Ollama or llama.cpp's server. Transcripts never "
+                                              "leave this computer.")));
     return section;
 }
 
@@ -199,7 +199,7 @@ QGroupBox* CleanupTab::buildConfigurationSection() {
     m_configurationForm->addRow(rowLabel(QStringLiteral("Base URL"), m_baseURL), m_baseURL);
     m_configurationForm->addRow(rowLabel(QStringLiteral("Model"), m_model), m_model);
     m_configurationForm->addRow(
-        new NoteLabel(QStringLiteral("Model selection per provider is coming in a later update.")));
+        SettingsText::note(QStringLiteral("Model selection per provider is coming in a later update.")));
     return section;
 }
 
@@ -245,8 +245,8 @@ QGroupBox* CleanupTab::buildKeySection() {
     column->addWidget(m_keyEntry);
     column->addLayout(buttons);
     column->addWidget(
-        new NoteLabel(QStringLiteral("Bring your own key. Stored only in your login keyring; the "
-                                     "only thing sent to the provider is the transcript text.")));
+        SettingsText::note(QStringLiteral("Bring your own key. Stored only in your login keyring; the "
+                                          "only thing sent to the provider is the transcript text.")));
     return section;
 }
 

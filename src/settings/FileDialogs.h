@@ -8,9 +8,9 @@ class QWidget;
 
 namespace murmurly {
 
-// The modal questions a settings tab asks the user: a file to open, a place to save, a message to
-// read, a destructive step to confirm. The program answers them with the desktop's dialogs; tests
-// answer them directly, so no dialog ever waits for a person.
+// The modal questions a settings tab asks the user: a file to open, a place to save. The program
+// answers them with the desktop's dialogs; tests answer them directly, so no dialog ever waits for
+// a person.
 class FileDialogs {
 public:
     virtual ~FileDialogs() = default;
@@ -21,11 +21,6 @@ public:
     // A path chosen for saving, starting from `suggestedName`, or none when the user cancels.
     virtual std::optional<QString> savePath(QWidget* parent, const QString& title,
                                             const QString& suggestedName, const QString& filter) = 0;
-    // Tells the user something went wrong; returns once it has been read.
-    virtual void showMessage(QWidget* parent, const QString& title, const QString& text) = 0;
-    // Asks before a step that cannot be undone; true when the user goes ahead.
-    virtual bool confirm(QWidget* parent, const QString& question, const QString& detail,
-                         const QString& actionText) = 0;
 };
 
 } // namespace murmurly

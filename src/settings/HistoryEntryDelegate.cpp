@@ -1,6 +1,6 @@
 #include "settings/HistoryEntryDelegate.h"
 
-#include "settings/NoteLabel.h"
+#include "settings/SettingsText.h"
 
 #include <QAbstractItemView>
 #include <QApplication>
@@ -82,7 +82,7 @@ void HistoryEntryDelegate::paint(QPainter* painter, const QStyleOptionViewItem& 
     const bool selected = option.state & QStyle::State_Selected;
     const QPalette& palette = option.palette;
     const QColor textColor = palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
-    const QColor headerColor = selected ? textColor : NoteLabel::secondaryColor(palette);
+    const QColor headerColor = selected ? textColor : SettingsText::secondaryColor(palette);
     const int width = option.rect.width() - 2 * horizontalPadding;
     const QFont header = headerFont(option.font);
     const QFontMetrics headerMetrics(header);

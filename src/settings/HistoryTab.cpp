@@ -7,7 +7,6 @@
 #include "settings/ApplicationName.h"
 #include "settings/FileDialogs.h"
 #include "settings/HistoryEntryDelegate.h"
-#include "settings/NoteLabel.h"
 #include "settings/QtFileDialogs.h"
 #include "settings/SettingsLayout.h"
 #include "settings/SettingsText.h"
@@ -105,7 +104,7 @@ void HistoryTab::build() {
     connect(m_enabled, &QCheckBox::toggled, this, [this](bool on) {
         if (on != m_store.enabled()) m_store.setEnabled(on);
     });
-    auto* explanation = new NoteLabel(
+    auto* explanation = SettingsText::note(
         QStringLiteral("Off by default. Stored only on this computer (~/.local/share/murmurly), "
                        "never synced. Transcripts can be sensitive."));
     explanation->setObjectName(QStringLiteral("historyExplanation"));

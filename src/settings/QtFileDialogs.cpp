@@ -2,8 +2,6 @@
 
 #include <QDir>
 #include <QFileDialog>
-#include <QMessageBox>
-#include <QPushButton>
 
 namespace murmurly {
 
@@ -24,23 +22,6 @@ std::optional<QString> QtFileDialogs::savePath(QWidget* parent, const QString& t
     dialog.selectFile(suggestedName);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return std::nullopt;
     return dialog.selectedFiles().constFirst();
-}
-
-void QtFileDialogs::showMessage(QWidget* parent, const QString& title, const QString& text) {
-    QMessageBox box(QMessageBox::Warning, title, text, QMessageBox::Ok, parent);
-    box.exec();
-}
-
-bool QtFileDialogs::confirm(QWidget* parent, const QString& question, const QString& detail,
-                            const QString& actionText) {
-    QMessageBox box(QMessageBox::Warning, question, question, QMessageBox::NoButton, parent);
-    box.setInformativeText(detail);
-    QPushButton* action = box.addButton(actionText, QMessageBox::DestructiveRole);
-    QPushButton* cancel = box.addButton(QMessageBox::Cancel);
-    // Enter must not destroy anything by accident.
-    box.setDefaultButton(cancel);
-    box.exec();
-    return box.clickedButton() == action;
 }
 
 } // namespace murmurly

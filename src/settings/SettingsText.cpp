@@ -4,6 +4,12 @@
 
 namespace murmurly::SettingsText {
 
+namespace {
+
+constexpr QPalette::ColorRole secondaryRole = QPalette::PlaceholderText;
+
+} // namespace
+
 void makeCaption(QLabel* label) {
     QFont font = label->font();
     font.setPointSizeF(font.pointSizeF() * 0.88);
@@ -12,13 +18,26 @@ void makeCaption(QLabel* label) {
 }
 
 void makeSecondary(QLabel* label) {
-    label->setForegroundRole(QPalette::PlaceholderText);
+    label->setForegroundRole(secondaryRole);
 }
 
 void makeHeadline(QLabel* label) {
     QFont font = label->font();
     font.setBold(true);
     label->setFont(font);
+}
+
+QLabel* note(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    label->setTextFormat(Qt::PlainText);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    makeCaption(label);
+    makeSecondary(label);
+    return label;
+}
+
+QColor secondaryColor(const QPalette& palette) {
+    return palette.color(secondaryRole);
 }
 
 } // namespace murmurly::SettingsText

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <QColor>
+
 class QLabel;
+class QPalette;
+class QString;
+class QWidget;
 
 namespace murmurly::SettingsText {
 
@@ -9,5 +14,12 @@ namespace murmurly::SettingsText {
 void makeCaption(QLabel* label);
 void makeSecondary(QLabel* label);
 void makeHeadline(QLabel* label);
+
+// An explanatory text under a control: plain, selectable, wrapped to the width of its column, in
+// the caption style and the secondary colour.
+QLabel* note(const QString& text, QWidget* parent = nullptr);
+
+// The secondary text colour of `palette`, for text drawn without a label.
+QColor secondaryColor(const QPalette& palette);
 
 } // namespace murmurly::SettingsText

@@ -1,5 +1,7 @@
 #include "settings/StatusLabel.h"
 
+#include "settings/SettingsText.h"
+
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -98,7 +100,7 @@ QColor StatusLabel::colorFor(Kind kind, const QPalette& palette) {
     case Kind::warning:
         return QColor(0xb2, 0x6a, 0x00);
     case Kind::key:
-        return palette.color(QPalette::PlaceholderText);
+        return SettingsText::secondaryColor(palette);
     }
     return palette.color(QPalette::WindowText);
 }

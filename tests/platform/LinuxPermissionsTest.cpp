@@ -56,10 +56,19 @@ std::optional<QString> pactl(const PrivatePulseServer& server, const QStringList
     return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
 }
 
-// A folder of stand-in settings programs: each one, when started, records its arguments (count
-// first) in <name>.args in the same folder.
+// A folder of stand-in settings programs, which is all of PATH while the object exists (or, for a
+// folder off PATH, PATH is empty). Each one, when started, records its arguments (count first) in
+// <name>.args in the same folder.
 class FakePrograms {
 public:
+    enum class Path { holdsThem, empty };
+
+    explicit FakePrograms(const QStringList& names, Path path = Path::holdsThem)
+        : m_path("PATH", path == Path::holdsThem ? QFile::encodeName(m_dir.path()) : QByteArray()) {
+        for (const QString& name : names)
+            add(name);
+    }
+
     void add(const QString& name) {
         const QString script = m_dir.filePath(name);
         QFile file(script);
@@ -75,7 +84,6 @@ public:
         file.close();
         ASSERT_TRUE(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     }
-    QString path() const { return m_dir.path(); }
     // The arguments `name` was started with, or nothing if it has not been started.
     std::optional<QStringList> startedWith(const QString& name) const {
         QFile file(m_dir.filePath(name + QStringLiteral(".args")));
@@ -95,7 +103,29 @@ public:
 
 private:
     QTemporaryDir m_dir;
+    ScopedEnv m_path;
 };
+
+// An audio server socket that accepts connections and never answers; PULSE_SERVER leads to it
+// while the object exists.
+class SilentPulseServer {
+public:
+    bool isListening() const { return m_socket.isListening(); }
+    QString error() const { return m_socket.error(); }
+
+private:
+    QTemporaryDir m_dir;
+    SilentUnixSocket m_socket{QFile::encodeName(m_dir.filePath(QStringLiteral("native"))),
+                              SilentUnixSocket::Namespace::filesystem};
+    ScopedEnv m_server{"PULSE_SERVER", "unix:" + QFile::encodeName(m_dir.filePath(QStringLiteral("native")))};
+};
+
+// Asks for microphone access and waits a bounded time; the answer, or nothing if none came.
+std::optional<bool> askForMicrophone(LinuxPermissions& permissions) {
+    const Bounded<bool> request = runBounded(permissions.requestMicrophoneAccess(), 10s);
+    if (!request.finished) return std::nullopt;
+    return request.value;
+}
 
 // Serves the event loop for `duration`, for checks that nothing (more) happens.
 void keepRunning(std::chrono::milliseconds duration) {
@@ -165,11 +195,8 @@ TEST_F(MicrophoneAccess, NotAuthorizedWithoutAnAudioServer) {
 }
 
 TEST_F(MicrophoneAccess, NotAuthorizedWhenTheServerNeverAnswers) {
-    QTemporaryDir dir;
-    SilentUnixSocket silent(QFile::encodeName(dir.filePath(QStringLiteral("native"))),
-                            SilentUnixSocket::Namespace::filesystem);
-    ASSERT_TRUE(silent.isListening()) << qPrintable(silent.error());
-    ScopedEnv server("PULSE_SERVER", "unix:" + QFile::encodeName(dir.filePath(QStringLiteral("native"))));
+    SilentPulseServer server;
+    ASSERT_TRUE(server.isListening()) << qPrintable(server.error());
     LinuxPermissions permissions;
 
     QElapsedTimer timer;
@@ -181,9 +208,7 @@ TEST_F(MicrophoneAccess, NotAuthorizedWhenTheServerNeverAnswers) {
     EXPECT_LT(timer.elapsed(), 50);
 
     timer.restart();
-    const Bounded<bool> request = runBounded(permissions.requestMicrophoneAccess(), 10s);
-    ASSERT_TRUE(request.finished);
-    EXPECT_EQ(request.value, false);
+    EXPECT_EQ(askForMicrophone(permissions), false);
     EXPECT_LT(timer.elapsed(), LinuxPermissions::microphoneRequestLimit.count() + 1000);
 }
 
@@ -195,9 +220,7 @@ TEST_F(MicrophoneAccess, NotAuthorizedWhenTheServerHasNoSource) {
     LinuxPermissions permissions;
 
     EXPECT_FALSE(permissions.microphoneAuthorized());
-    const Bounded<bool> request = runBounded(permissions.requestMicrophoneAccess(), 10s);
-    ASSERT_TRUE(request.finished);
-    EXPECT_EQ(request.value, false);
+    EXPECT_EQ(askForMicrophone(permissions), false);
     EXPECT_FALSE(permissions.microphoneAuthorized());
 }
 
@@ -243,18 +266,14 @@ TEST_F(MicrophoneAccess, RequestReturnsTheAnswer) {
         PrivatePulseServer server;
         ASSERT_TRUE(server.isRunning()) << qPrintable(server.error());
         LinuxPermissions permissions;
-        const Bounded<bool> request = runBounded(permissions.requestMicrophoneAccess(), 10s);
-        ASSERT_TRUE(request.finished);
-        EXPECT_EQ(request.value, true);
+        EXPECT_EQ(askForMicrophone(permissions), true);
     }
     {
         NoPulseServer noServer;
         LinuxPermissions permissions;
         QElapsedTimer timer;
         timer.start();
-        const Bounded<bool> request = runBounded(permissions.requestMicrophoneAccess(), 10s);
-        ASSERT_TRUE(request.finished);
-        EXPECT_EQ(request.value, false);
+        EXPECT_EQ(askForMicrophone(permissions), false);
         EXPECT_LT(timer.elapsed(), 1000);
     }
 }
@@ -269,19 +288,14 @@ TEST_F(MicrophoneAccess, RequestFindsAServerThatAppearedSinceTheLastRead) {
     // Asking connects at once instead of waiting for the next retry.
     QElapsedTimer timer;
     timer.start();
-    const Bounded<bool> request = runBounded(permissions.requestMicrophoneAccess(), 10s);
-    ASSERT_TRUE(request.finished);
-    EXPECT_EQ(request.value, true);
+    EXPECT_EQ(askForMicrophone(permissions), true);
     EXPECT_LT(timer.elapsed(), LinuxPermissions::microphoneRequestLimit.count());
     EXPECT_TRUE(permissions.microphoneAuthorized());
 }
 
 TEST_F(MicrophoneAccess, RequestLeavesTheEventLoopRunning) {
-    QTemporaryDir dir;
-    SilentUnixSocket silent(QFile::encodeName(dir.filePath(QStringLiteral("native"))),
-                            SilentUnixSocket::Namespace::filesystem);
-    ASSERT_TRUE(silent.isListening()) << qPrintable(silent.error());
-    ScopedEnv server("PULSE_SERVER", "unix:" + QFile::encodeName(dir.filePath(QStringLiteral("native"))));
+    SilentPulseServer server;
+    ASSERT_TRUE(server.isListening()) << qPrintable(server.error());
     LinuxPermissions permissions;
 
     int ticks = 0;
@@ -303,10 +317,7 @@ TEST_F(MicrophoneAccess, RequestLeavesTheEventLoopRunning) {
 // ---- settings programs ----
 
 TEST(SystemSettings, SoundSettingsOpenTheFirstProgramFoundOnPath) {
-    FakePrograms programs;
-    programs.add(QStringLiteral("pavucontrol"));
-    programs.add(QStringLiteral("gnome-control-center"));
-    ScopedEnv path("PATH", QFile::encodeName(programs.path()));
+    FakePrograms programs({QStringLiteral("pavucontrol"), QStringLiteral("gnome-control-center")});
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(Permissions::microphonePane);
@@ -317,10 +328,7 @@ TEST(SystemSettings, SoundSettingsOpenTheFirstProgramFoundOnPath) {
 }
 
 TEST(SystemSettings, SoundSettingsFallBackToPavucontrol) {
-    FakePrograms programs;
-    programs.add(QStringLiteral("pavucontrol"));
-    programs.add(QStringLiteral("xfce4-settings-manager"));
-    ScopedEnv path("PATH", QFile::encodeName(programs.path()));
+    FakePrograms programs({QStringLiteral("pavucontrol"), QStringLiteral("xfce4-settings-manager")});
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(Permissions::microphonePane);
@@ -330,10 +338,7 @@ TEST(SystemSettings, SoundSettingsFallBackToPavucontrol) {
 }
 
 TEST(SystemSettings, SoundSettingsOnKdeOpenThePulseAudioModule) {
-    FakePrograms programs;
-    programs.add(QStringLiteral("kcmshell5"));
-    programs.add(QStringLiteral("xfce4-settings-manager"));
-    ScopedEnv path("PATH", QFile::encodeName(programs.path()));
+    FakePrograms programs({QStringLiteral("kcmshell5"), QStringLiteral("xfce4-settings-manager")});
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(Permissions::microphonePane);
@@ -342,10 +347,7 @@ TEST(SystemSettings, SoundSettingsOnKdeOpenThePulseAudioModule) {
 }
 
 TEST(SystemSettings, KeyboardSettingsOpenTheKeyboardPage) {
-    FakePrograms programs;
-    programs.add(QStringLiteral("gnome-control-center"));
-    programs.add(QStringLiteral("pavucontrol"));
-    ScopedEnv path("PATH", QFile::encodeName(programs.path()));
+    FakePrograms programs({QStringLiteral("gnome-control-center"), QStringLiteral("pavucontrol")});
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(Permissions::keyboardPane);
@@ -354,11 +356,8 @@ TEST(SystemSettings, KeyboardSettingsOpenTheKeyboardPage) {
 }
 
 TEST(SystemSettings, KeyboardSettingsSkipSoundOnlyPrograms) {
-    FakePrograms programs;
-    programs.add(QStringLiteral("pavucontrol"));
-    programs.add(QStringLiteral("kcmshell6"));
-    programs.add(QStringLiteral("xfce4-keyboard-settings"));
-    ScopedEnv path("PATH", QFile::encodeName(programs.path()));
+    FakePrograms programs({QStringLiteral("pavucontrol"), QStringLiteral("kcmshell6"),
+                           QStringLiteral("xfce4-keyboard-settings")});
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(Permissions::keyboardPane);
@@ -369,10 +368,8 @@ TEST(SystemSettings, KeyboardSettingsSkipSoundOnlyPrograms) {
 }
 
 TEST(SystemSettings, SettingsWithNothingOnPathStartNothing) {
-    FakePrograms programs; // present, but not on PATH
-    programs.add(QStringLiteral("gnome-control-center"));
-    programs.add(QStringLiteral("pavucontrol"));
-    ScopedEnv path("PATH", "");
+    FakePrograms programs({QStringLiteral("gnome-control-center"), QStringLiteral("pavucontrol")},
+                          FakePrograms::Path::empty);
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(Permissions::microphonePane);
@@ -382,10 +379,7 @@ TEST(SystemSettings, SettingsWithNothingOnPathStartNothing) {
 }
 
 TEST(SystemSettings, UnknownSettingsPageStartsNothing) {
-    FakePrograms programs;
-    programs.add(QStringLiteral("gnome-control-center"));
-    programs.add(QStringLiteral("pavucontrol"));
-    ScopedEnv path("PATH", QFile::encodeName(programs.path()));
+    FakePrograms programs({QStringLiteral("gnome-control-center"), QStringLiteral("pavucontrol")});
     LinuxPermissions permissions;
 
     permissions.openSystemSettings(QStringLiteral("display"));

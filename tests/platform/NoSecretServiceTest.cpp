@@ -1,4 +1,4 @@
-#include "PrivateKeyring.h"
+#include "PrivateSessionBus.h"
 #include "cleanup/KeychainStore.h"
 #include "platform/linux/LibsecretStore.h"
 
@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 
 using namespace murmurly;
-using murmurly::testing::PrivateKeyring;
+using murmurly::testing::PrivateSessionBus;
 
 // A session bus on which no Secret Service runs and none can be started: its own program, since
 // the bus connection libsecret opens lasts as long as the process.
 TEST(NoSecretService, ReadsAreAbsentSavesFailQuietlyAndTheConditionIsObservable) {
-    PrivateKeyring bus(PrivateKeyring::With::busOnly);
-    ASSERT_TRUE(bus.error().isEmpty()) << bus.error().toStdString();
+    PrivateSessionBus bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
     LibsecretStore secrets;
     KeychainStore keys(secrets);
     QElapsedTimer elapsed;

@@ -1,5 +1,6 @@
 #include "platform/linux/PocketsphinxBackend.h"
 #include "LogCapture.h"
+#include "RunTask.h"
 #include "SpeechCorpus.h"
 #include "SpeechTestSupport.h"
 #include "TemporaryHome.h"
@@ -7,12 +8,18 @@
 #include "speech/MurmurlyError.h"
 #include "speech/TranscriptionEngine.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
+#include <thread>
 
 using namespace murmurly;
 using namespace murmurly::testing;
@@ -37,7 +44,105 @@ QString transcribe(PocketsphinxBackend& backend, const std::vector<std::int16_t>
     return text;
 }
 
+// A gate that holds a model load until the test opens it.
+class Gate {
+public:
+    void open() {
+        {
+            std::lock_guard lock(m_mutex);
+            m_open = true;
+        }
+        m_changed.notify_all();
+    }
+    bool isOpen() {
+        std::lock_guard lock(m_mutex);
+        return m_open;
+    }
+    void waitOpen() {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_open; });
+    }
+    void waitOpenFor(std::chrono::milliseconds limit) {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait_for(lock, limit, [this] { return m_open; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_open = false;
+};
+
+// A backend whose model loads wait at a gate. Should something wait for the load after all, a
+// watchdog opens the gate in the end, so that the test fails instead of hanging.
+class GatedBackend {
+public:
+    GatedBackend()
+        : backend({debianModels},
+                  [this](const PocketsphinxModel& model) {
+                      gate.waitOpen();
+                      auto decoder = std::make_shared<PocketsphinxDecoder>(model);
+                      loadEnded = true;
+                      return decoder;
+                  })
+        , m_watchdog([this] {
+            gate.waitOpenFor(std::chrono::seconds(20));
+            gate.open();
+        }) {}
+    ~GatedBackend() {
+        gate.open();
+        m_watchdog.join();
+    }
+
+    Gate gate;
+    std::atomic<bool> loadEnded{false};
+    PocketsphinxBackend backend;
+
+private:
+    std::thread m_watchdog;
+};
+
 } // namespace
+
+TEST(PocketsphinxBackend, CancellingASessionWhileTheModelLoadsEndsItsResultsWithoutWaitingForTheLoad) {
+    GatedBackend gated;
+    auto session = gated.backend.makeSession(QStringLiteral("en-US"));
+    const std::shared_ptr<ResultStream> results = session->results();
+    auto input = std::make_shared<AnalyzerInputStream>();
+    runTask(session->start(input));
+    feed(*input, std::vector<std::int16_t>(16000, 0));
+
+    session->cancelAndFinishNow();
+    const Bounded<std::optional<TranscriptionResult>> last = runBounded(results->next());
+    const bool openWhenResultsEnded = gated.gate.isOpen();
+    session.reset(); // joins the session's recognizer thread
+    const bool openWhenDestroyed = gated.gate.isOpen();
+    gated.gate.open();
+
+    ASSERT_TRUE(last.finished);
+    EXPECT_FALSE(last.value->has_value());
+    EXPECT_FALSE(openWhenResultsEnded) << "the results ended only after the model load";
+    EXPECT_FALSE(openWhenDestroyed) << "destroying the session waited for the model load";
+}
+
+TEST(PocketsphinxBackend, CancellingADictationWhileTheModelLoadsDoesNotWaitForTheLoad) {
+    GatedBackend gated;
+    SystemClock clock;
+    auto engine = std::make_unique<TranscriptionEngine>(gated.backend, clock, QStringLiteral("en-US"));
+    std::shared_ptr<AnalyzerInputStream> input = runTask(engine->start());
+    feed(*input, std::vector<std::int16_t>(16000, 0));
+
+    runTask(engine->cancel());
+    engine.reset();
+    const bool openWhenDestroyed = gated.gate.isOpen();
+    gated.gate.open();
+    QCoreApplication::processEvents(); // the cancelled results reader ends on the event loop
+
+    EXPECT_FALSE(openWhenDestroyed) << "cancelling the dictation waited for the model load";
+    // The load went on without the dictation, for the next one.
+    EXPECT_TRUE(gated.backend.decoder(QStringLiteral("en-US")));
+    EXPECT_TRUE(gated.loadEnded);
+}
 
 TEST(PocketsphinxBackend, DebiansEnUsModelReadsAsEnUS) {
     PocketsphinxBackend backend({debianModels});

@@ -1,5 +1,7 @@
 #include "PrivateKeyring.h"
 
+#include "ChildProcess.h"
+
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -22,79 +24,24 @@ const QString secretsName = QStringLiteral("org.freedesktop.secrets");
 
 using StringMap = QMap<QString, QString>;
 
-QString busConfig(const QString& socketDir) {
-    return QStringLiteral(R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:dir=%1</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-)")
-        .arg(socketDir);
-}
-
 } // namespace
 
-PrivateKeyring::PrivateKeyring(With with) {
+PrivateKeyring::PrivateKeyring() {
     qDBusRegisterMetaType<StringMap>();
+    if (!m_bus.isRunning()) {
+        m_error = m_bus.error();
+        return;
+    }
     if (!m_dir.isValid()) {
         m_error = QStringLiteral("no temporary folder");
         return;
     }
-    if (!startBus()) return;
-    m_hadAddress = qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS");
-    m_previousAddress = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-    qputenv("DBUS_SESSION_BUS_ADDRESS", m_address.toUtf8());
-    if (with == With::secretService) startKeyring();
+    startKeyring();
 }
 
 PrivateKeyring::~PrivateKeyring() {
-    stop(m_keyring);
-    stop(m_bus);
+    stopChild(m_keyring);
     QDBusConnection::disconnectFromBus(QStringLiteral("murmurly-test-keyring"));
-    if (m_hadAddress)
-        qputenv("DBUS_SESSION_BUS_ADDRESS", m_previousAddress);
-    else
-        qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-}
-
-bool PrivateKeyring::startBus() {
-    const QString socketDir = m_dir.filePath(QStringLiteral("bus"));
-    const QString configPath = m_dir.filePath(QStringLiteral("bus.conf"));
-    QDir().mkpath(socketDir);
-    QFile config(configPath);
-    if (!config.open(QIODevice::WriteOnly) || config.write(busConfig(socketDir).toUtf8()) < 0) {
-        m_error = QStringLiteral("cannot write the bus configuration");
-        return false;
-    }
-    config.close();
-
-    m_bus.start(QStringLiteral("dbus-daemon"),
-                {QStringLiteral("--config-file=") + configPath, QStringLiteral("--nofork"),
-                 QStringLiteral("--print-address=1")});
-    if (!m_bus.waitForStarted(startLimitMilliseconds)) {
-        m_error = QStringLiteral("dbus-daemon did not start: ") + m_bus.errorString();
-        return false;
-    }
-    QElapsedTimer timer;
-    timer.start();
-    QByteArray output;
-    while (!output.contains('\n') && timer.elapsed() < startLimitMilliseconds) {
-        m_bus.waitForReadyRead(200);
-        output += m_bus.readAllStandardOutput();
-    }
-    m_address = QString::fromUtf8(output).trimmed();
-    if (m_address.isEmpty()) {
-        m_error = QStringLiteral("dbus-daemon printed no address");
-        return false;
-    }
-    return true;
 }
 
 bool PrivateKeyring::startKeyring() {
@@ -107,7 +54,7 @@ bool PrivateKeyring::startKeyring() {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "GNOME_KEYRING_CONTROL", "SSH_AUTH_SOCK"})
         environment.remove(QString::fromLatin1(name));
-    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_address);
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_bus.address());
     environment.insert(QStringLiteral("HOME"), home);
     environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/.local/share"));
     environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/.config"));
@@ -115,6 +62,7 @@ bool PrivateKeyring::startKeyring() {
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
     m_keyring.setProcessEnvironment(environment);
     m_keyring.setProcessChannelMode(QProcess::MergedChannels);
+    endWithThisProcess(m_keyring);
     m_keyring.start(
         QStringLiteral("gnome-keyring-daemon"),
         {QStringLiteral("--foreground"), QStringLiteral("--unlock"), QStringLiteral("--components=secrets")});
@@ -140,7 +88,8 @@ bool PrivateKeyring::startKeyring() {
 }
 
 bool PrivateKeyring::waitForSecretService() const {
-    QDBusConnection bus = QDBusConnection::connectToBus(m_address, QStringLiteral("murmurly-test-keyring"));
+    QDBusConnection bus =
+        QDBusConnection::connectToBus(m_bus.address(), QStringLiteral("murmurly-test-keyring"));
     if (!bus.isConnected()) return false;
     QElapsedTimer timer;
     timer.start();
@@ -164,7 +113,8 @@ bool PrivateKeyring::waitForSecretService() const {
 }
 
 int PrivateKeyring::countItems(const QString& service, const QString& account) const {
-    QDBusConnection bus = QDBusConnection::connectToBus(m_address, QStringLiteral("murmurly-test-keyring"));
+    QDBusConnection bus =
+        QDBusConnection::connectToBus(m_bus.address(), QStringLiteral("murmurly-test-keyring"));
     QDBusMessage call = QDBusMessage::createMethodCall(
         secretsName, QStringLiteral("/org/freedesktop/secrets"),
         QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
@@ -176,15 +126,6 @@ int PrivateKeyring::countItems(const QString& service, const QString& account) c
     for (const QVariant& paths : reply.arguments())
         count += static_cast<int>(qdbus_cast<QList<QDBusObjectPath>>(paths).size());
     return count;
-}
-
-void PrivateKeyring::stop(QProcess& process) {
-    if (process.state() == QProcess::NotRunning) return;
-    process.terminate();
-    if (!process.waitForFinished(3000)) {
-        process.kill();
-        process.waitForFinished(3000);
-    }
 }
 
 } // namespace murmurly::testing

@@ -1,5 +1,7 @@
 #include "PrivatePulseServer.h"
 
+#include "ChildProcess.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QThread>
@@ -53,6 +55,7 @@ PrivatePulseServer::PrivatePulseServer(DefaultSource source) {
     env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")); // no session services of the user
     m_server.setProcessEnvironment(env);
     m_server.setProcessChannelMode(QProcess::MergedChannels);
+    endWithThisProcess(m_server);
     m_server.start(QStringLiteral("pulseaudio"),
                    {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
                     QStringLiteral("-n"), QStringLiteral("-F"), script.fileName(),
@@ -72,13 +75,7 @@ PrivatePulseServer::PrivatePulseServer(DefaultSource source) {
 }
 
 PrivatePulseServer::~PrivatePulseServer() {
-    if (m_server.state() != QProcess::NotRunning) {
-        m_server.terminate();
-        if (!m_server.waitForFinished(3000)) {
-            m_server.kill();
-            m_server.waitForFinished(3000);
-        }
-    }
+    stopChild(m_server);
     for (const auto& [name, value] : m_savedEnv) {
         if (value)
             qputenv(name.constData(), *value);

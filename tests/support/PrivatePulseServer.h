@@ -37,6 +37,8 @@ public:
     // Why it is not running, with the server's own output.
     QString error() const { return m_error; }
     QString address() const; // "unix:<dir>/native"
+    // The server's process id; 0 when it is not running.
+    qint64 processId() const { return m_server.processId(); }
 
     // Plays a WAV file into the sink with paplay and returns when it has been played out.
     bool play(const QString& wavPath, int timeoutMs = 60000);

@@ -1,5 +1,7 @@
 #include "PrivateSessionBus.h"
 
+#include "ChildProcess.h"
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -38,13 +40,7 @@ PrivateSessionBus::PrivateSessionBus() {
 }
 
 PrivateSessionBus::~PrivateSessionBus() {
-    if (m_daemon.state() != QProcess::NotRunning) {
-        m_daemon.terminate();
-        if (!m_daemon.waitForFinished(3000)) {
-            m_daemon.kill();
-            m_daemon.waitForFinished(3000);
-        }
-    }
+    stopChild(m_daemon);
     if (m_address.isEmpty()) return;
     if (m_hadAddress)
         qputenv("DBUS_SESSION_BUS_ADDRESS", m_previousAddress);
@@ -67,6 +63,7 @@ bool PrivateSessionBus::start() {
     }
     config.close();
 
+    endWithThisProcess(m_daemon);
     m_daemon.start(QStringLiteral("dbus-daemon"),
                    {QStringLiteral("--config-file=") + configPath, QStringLiteral("--nofork"),
                     QStringLiteral("--print-address=1")});

@@ -22,6 +22,8 @@ public:
     // Why it is not running.
     QString error() const { return m_error; }
     QString address() const { return m_address; }
+    // The daemon's process id; 0 when it is not running.
+    qint64 processId() const { return m_daemon.processId(); }
 
 private:
     bool start();

@@ -1,9 +1,16 @@
 // GoogleTest entry for the tests that need an X server: a private Xvfb is started first and becomes
-// the DISPLAY of the process, then the Qt GUI application object connects to it. The user's own
-// display is never used.
+// the DISPLAY of the process, then the Qt application object connects to it. The user's own
+// display is never used. Built twice: with MURMURLY_TEST_WIDGETS the application object is a
+// QApplication, for the widget tests; otherwise a QGuiApplication.
 #include "XvfbServer.h"
 
+#if MURMURLY_TEST_WIDGETS
+#include <QApplication>
+using TestApplication = QApplication;
+#else
 #include <QGuiApplication>
+using TestApplication = QGuiApplication;
+#endif
 
 #include <gtest/gtest.h>
 
@@ -27,7 +34,7 @@ int main(int argc, char** argv) {
     qputenv("DISPLAY", server.displayName());
     qputenv("QT_QPA_PLATFORM", "xcb");
     qunsetenv("WAYLAND_DISPLAY");
-    QGuiApplication app(argc, argv);
+    TestApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -37,10 +37,12 @@ XvfbServer::XvfbServer() {
     }
     const int devNull = open("/dev/null", O_RDWR | O_CLOEXEC);
     const QByteArray fdText = QByteArray::number(fds[1]);
+    const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
-        // The server must not outlive a test that crashes.
+        // The server must not outlive a test that crashes, nor one that died before this request.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(127);
         fcntl(fds[1], F_SETFD, 0); // the display number is written here
         dup2(devNull, 0);
         dup2(devNull, 1);

@@ -21,6 +21,8 @@ public:
     QString error() const { return m_error; }
     // ":N", for XOpenDisplay and DISPLAY.
     QByteArray displayName() const { return m_displayName; }
+    // The server's process id; -1 when it is not running.
+    pid_t processId() const { return m_pid; }
 
     // Ends the server at once, as a crash or a logout would.
     void kill();

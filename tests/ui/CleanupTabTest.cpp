@@ -4,6 +4,7 @@
 #include "RunTask.h"
 #include "StandInHttpServer.h"
 #include "TabScreenshot.h"
+#include "TabTestSupport.h"
 #include "cleanup/CleanupSettings.h"
 #include "cleanup/KeychainStore.h"
 #include "cleanup/LocalModelServer.h"
@@ -24,7 +25,10 @@
 #include <gtest/gtest.h>
 
 using namespace murmurly;
+using murmurly::testing::child;
 using murmurly::testing::ControllerHarness;
+using murmurly::testing::shown;
+using murmurly::testing::showTab;
 using murmurly::testing::StandInHttpServer;
 using murmurly::testing::waitUntil;
 
@@ -38,23 +42,8 @@ protected:
 
     std::unique_ptr<CleanupTab> makeTab(CleanupProvider provider) {
         settings().setProvider(provider);
-        auto tab = std::make_unique<CleanupTab>(harness.controller(), harness.localModel);
-        tab->resize(murmurly::testing::tabAreaSize);
-        tab->show();
-        EXPECT_TRUE(QTest::qWaitForWindowExposed(tab.get()));
-        // Keys go where a person's would: to the focused control of the active window.
-        tab->activateWindow();
-        EXPECT_TRUE(QTest::qWaitForWindowActive(tab.get()));
-        return tab;
+        return showTab(std::make_unique<CleanupTab>(harness.controller(), harness.localModel));
     }
-
-    template <typename T> static T* child(QWidget& tab, const char* name) {
-        T* found = tab.findChild<T*>(QString::fromLatin1(name));
-        EXPECT_NE(found, nullptr) << name;
-        return found;
-    }
-
-    static bool shown(QWidget& tab, QWidget* widget) { return widget && widget->isVisibleTo(&tab); }
 
     // Chooses a provider the way a keyboard user does: focus the picker, arrow to the entry.
     static void chooseWithKeyboard(QWidget& tab, int index) {

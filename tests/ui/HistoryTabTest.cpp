@@ -5,6 +5,7 @@
 #include "LogCapture.h"
 #include "ScriptedFileDialogs.h"
 #include "TabScreenshot.h"
+#include "TabTestSupport.h"
 #include "TemporaryHome.h"
 #include "core/ReferenceDate.h"
 #include "records/HistoryStore.h"
@@ -29,10 +30,14 @@
 #include <gtest/gtest.h>
 
 using namespace murmurly;
+using murmurly::testing::child;
 using murmurly::testing::ControllerHarness;
 using murmurly::testing::FakeFocusReturn;
 using murmurly::testing::LogCapture;
+using murmurly::testing::otherWindows;
 using murmurly::testing::ScriptedFileDialogs;
+using murmurly::testing::shown;
+using murmurly::testing::showTab;
 using murmurly::testing::TemporaryHome;
 
 namespace {
@@ -64,23 +69,8 @@ protected:
     }
 
     std::unique_ptr<HistoryTab> makeTab() {
-        auto tab = std::make_unique<HistoryTab>(harness.controller(), dialogs);
-        tab->resize(murmurly::testing::tabAreaSize);
-        tab->show();
-        EXPECT_TRUE(QTest::qWaitForWindowExposed(tab.get()));
-        // Keys go where a person's would: to the focused control of the active window.
-        tab->activateWindow();
-        EXPECT_TRUE(QTest::qWaitForWindowActive(tab.get()));
-        return tab;
+        return showTab(std::make_unique<HistoryTab>(harness.controller(), dialogs));
     }
-
-    template <typename T> static T* child(QWidget& tab, const char* name) {
-        T* found = tab.findChild<T*>(QString::fromLatin1(name));
-        EXPECT_NE(found, nullptr) << name;
-        return found;
-    }
-
-    static bool shown(QWidget& tab, QWidget* widget) { return widget && widget->isVisibleTo(&tab); }
 
     static QString stepperText(QWidget& tab, const char* name) {
         return child<QSpinBox>(tab, name)->findChild<QLineEdit*>()->text();
@@ -402,10 +392,9 @@ TEST_F(HistoryTabTest, ClearAllDeletesEverythingWithoutAsking) {
     auto tab = makeTab();
     auto* clearAll = child<QPushButton>(*tab, "clearAll");
 
-    dialogs.confirmAnswer = false; // would decline, were it asked
     clearAll->setFocus();
     QTest::keyClick(clearAll, Qt::Key_Space);
-    EXPECT_TRUE(dialogs.confirmations.isEmpty());
+    EXPECT_TRUE(otherWindows(*tab).isEmpty());
     EXPECT_TRUE(store().entries().isEmpty());
     EXPECT_EQ(fileBytes(), QByteArray("[]"));
     EXPECT_EQ(child<QLabel>(*tab, "emptyHistory")->text(), QStringLiteral("No dictations recorded yet."));

@@ -3,6 +3,7 @@
 #include "KeyboardReach.h"
 #include "ScriptedFileDialogs.h"
 #include "TabScreenshot.h"
+#include "TabTestSupport.h"
 #include "output/ReplacementStore.h"
 
 #include <QCheckBox>
@@ -18,8 +19,11 @@
 #include <gtest/gtest.h>
 
 using namespace murmurly;
+using murmurly::testing::child;
 using murmurly::testing::ControllerHarness;
+using murmurly::testing::otherWindows;
 using murmurly::testing::ScriptedFileDialogs;
+using murmurly::testing::showTab;
 
 namespace {
 
@@ -35,20 +39,7 @@ protected:
     }
 
     std::unique_ptr<VocabularyTab> makeTab() {
-        auto tab = std::make_unique<VocabularyTab>(harness.controller(), dialogs);
-        tab->resize(murmurly::testing::tabAreaSize);
-        tab->show();
-        EXPECT_TRUE(QTest::qWaitForWindowExposed(tab.get()));
-        // Keys go where a person's would: to the focused control of the active window.
-        tab->activateWindow();
-        EXPECT_TRUE(QTest::qWaitForWindowActive(tab.get()));
-        return tab;
-    }
-
-    template <typename T> static T* child(QWidget& tab, const char* name) {
-        T* found = tab.findChild<T*>(QString::fromLatin1(name));
-        EXPECT_NE(found, nullptr) << name;
-        return found;
+        return showTab(std::make_unique<VocabularyTab>(harness.controller(), dialogs));
     }
 
     static QLineEdit* field(VocabularyTab& tab, int row, VocabularyTab::Column column) {
@@ -302,7 +293,7 @@ TEST_F(VocabularyTabTest, ImportingAMalformedFileChangesNothingAndSaysSo) {
         EXPECT_EQ(froms(), QStringList{"keep"}) << i;
         EXPECT_EQ(*harness.defaults.bytesValue(ReplacementStore::rulesKey), storedBefore) << i;
         EXPECT_EQ(field(*tab, 0, VocabularyTab::replaceColumn)->text(), QStringLiteral("keep"));
-        EXPECT_TRUE(dialogs.messages.isEmpty()) << i;
+        EXPECT_TRUE(otherWindows(*tab).isEmpty()) << i;
     }
     EXPECT_EQ(dialogs.lastFilter, QStringLiteral("JSON files (*.json)"));
     EXPECT_TRUE(store().enabled());
@@ -314,7 +305,7 @@ TEST_F(VocabularyTabTest, ImportingAFileThatCannotBeReadChangesNothingAndShowsNo
     dialogs.openAnswer = dir.filePath(QStringLiteral("missing.json"));
     QTest::mouseClick(child<QPushButton>(*tab, "importRules"), Qt::LeftButton);
     EXPECT_EQ(froms(), QStringList{"keep"});
-    EXPECT_TRUE(dialogs.messages.isEmpty());
+    EXPECT_TRUE(otherWindows(*tab).isEmpty());
 }
 
 TEST_F(VocabularyTabTest, CancellingImportChangesNothingAndShowsNothing) {
@@ -324,7 +315,7 @@ TEST_F(VocabularyTabTest, CancellingImportChangesNothingAndShowsNothing) {
     QTest::mouseClick(child<QPushButton>(*tab, "importRules"), Qt::LeftButton);
     EXPECT_EQ(dialogs.openTitles.size(), 1);
     EXPECT_EQ(froms(), QStringList{"keep"});
-    EXPECT_TRUE(dialogs.messages.isEmpty());
+    EXPECT_TRUE(otherWindows(*tab).isEmpty());
 }
 
 TEST_F(VocabularyTabTest, ExportWritesTheVocabularyFileAndImportReadsItBack) {
@@ -349,7 +340,7 @@ TEST_F(VocabularyTabTest, ExportWritesTheVocabularyFileAndImportReadsItBack) {
     EXPECT_EQ(store().rules(), original);
     EXPECT_EQ(child<QTableWidget>(*tab, "rules")->rowCount(), 2);
     EXPECT_EQ(field(*tab, 1, VocabularyTab::withColumn)->text(), QStringLiteral("Kubernetes"));
-    EXPECT_TRUE(dialogs.messages.isEmpty());
+    EXPECT_TRUE(otherWindows(*tab).isEmpty());
 }
 
 TEST_F(VocabularyTabTest, EveryControlHasAnAccessibleNameAndTabReachesIt) {

@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 #include "platform/linux/PulseSourceMonitor.h"
+#include "platform/linux/X11ConnectionLoss.h"
 
 #include <QCoroTimer>
 #include <QDeadlineTimer>
@@ -29,8 +30,7 @@ namespace {
 // How often a microphone request looks for its answer.
 constexpr std::chrono::milliseconds requestPollInterval{20};
 
-// Xlib calls this instead of exit() when the server of the check's connection vanishes mid-question
-// and the process-wide I/O error handler returned (the key reader's does for its own connections).
+// A server that vanishes mid-question fails the query under way: no keyboard access.
 void keepRunningAfterLostConnection(Display*, void*) {
 }
 
@@ -38,7 +38,7 @@ void keepRunningAfterLostConnection(Display*, void*) {
 bool displayHasInputExtensions(const QByteArray& displayName) {
     Display* display = XOpenDisplay(displayName.constData());
     if (!display) return false;
-    XSetIOErrorExitHandler(display, &keepRunningAfterLostConnection, nullptr);
+    X11ConnectionLoss::survive(display, &keepRunningAfterLostConnection, nullptr);
     int opcode = 0, event = 0, error = 0;
     int major = 2, minor = 0;
     int testEvent = 0, testError = 0, testMajor = 0, testMinor = 0;
@@ -46,6 +46,7 @@ bool displayHasInputExtensions(const QByteArray& displayName) {
                          XIQueryVersion(display, &major, &minor) == Success && major >= 2 &&
                          XTestQueryExtension(display, &testEvent, &testError, &testMajor, &testMinor);
     XCloseDisplay(display);
+    X11ConnectionLoss::forget(display);
     return present;
 }
 

@@ -7,16 +7,19 @@
 
 namespace murmurly {
 
-PocketsphinxBackend::PocketsphinxBackend(QStringList modelRoots)
-    : m_roots(std::move(modelRoots)) {
+PocketsphinxBackend::PocketsphinxBackend(QStringList modelRoots, DecoderLoader load)
+    : m_roots(std::move(modelRoots))
+    , m_load(load ? std::move(load) : [](const PocketsphinxModel& model) {
+        return std::make_shared<PocketsphinxDecoder>(model);
+    }) {
     PocketsphinxDecoder::routeLogging();
 }
 
 PocketsphinxBackend::~PocketsphinxBackend() {
-    // Loads still running finish before the decoders they fill go away.
+    // Loads still running finish before the decoders they fill go away (a load's destructor
+    // waits for it); sessions still holding a load keep it alive.
     std::lock_guard lock(m_mutex);
-    for (const auto& future : std::as_const(m_decoders))
-        future.wait();
+    m_decoders.clear();
 }
 
 QStringList PocketsphinxBackend::defaultModelRoots() {
@@ -65,44 +68,36 @@ std::optional<AudioFormat> PocketsphinxBackend::bestAudioFormat(const QString& l
     return AudioFormat::int16(found->sampleRate, 1);
 }
 
-PocketsphinxSession::DecoderFuture PocketsphinxBackend::decoderFuture(const QString& language) {
+std::shared_ptr<PocketsphinxDecoderLoad> PocketsphinxBackend::decoderLoad(const QString& language) {
     const QString key = bcp47Identifier(language);
     std::lock_guard lock(m_mutex);
     auto it = m_decoders.find(key);
     if (it != m_decoders.end()) {
         // A load that failed is tried again next time (the model may have been fixed since).
-        const bool failed = it->wait_for(std::chrono::seconds(0)) == std::future_status::ready && [&] {
-            try {
-                it->get();
-                return false;
-            } catch (...) {
-                return true;
-            }
-        }();
-        if (!failed) return *it;
+        if (!(*it)->hasFailed()) return *it;
         m_decoders.erase(it);
     }
     std::optional<PocketsphinxModel> found = model(key);
-    PocketsphinxSession::DecoderFuture future =
-        std::async(std::launch::async, [found, key]() -> std::shared_ptr<PocketsphinxDecoder> {
+    auto load = std::make_shared<PocketsphinxDecoderLoad>(
+        [found, key, makeDecoder = m_load]() -> std::shared_ptr<PocketsphinxDecoder> {
             if (!found)
                 throw std::runtime_error(("No speech model is installed for " + key + ".").toStdString());
-            return std::make_shared<PocketsphinxDecoder>(*found);
-        }).share();
-    m_decoders.insert(key, future);
-    return future;
+            return makeDecoder(*found);
+        });
+    m_decoders.insert(key, load);
+    return load;
 }
 
 void PocketsphinxBackend::prepare(const QString& language) {
-    decoderFuture(language);
+    decoderLoad(language);
 }
 
 std::shared_ptr<PocketsphinxDecoder> PocketsphinxBackend::decoder(const QString& language) {
-    return decoderFuture(language).get();
+    return decoderLoad(language)->get();
 }
 
 std::unique_ptr<RecognizerSession> PocketsphinxBackend::makeSession(const QString& language) {
-    return std::make_unique<PocketsphinxSession>(decoderFuture(language));
+    return std::make_unique<PocketsphinxSession>(decoderLoad(language));
 }
 
 } // namespace murmurly

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/linux/PocketsphinxDecoder.h"
+#include "platform/linux/PocketsphinxDecoderLoad.h"
 #include "platform/linux/PocketsphinxSession.h"
 #include "speech/SpeechBackend.h"
 
@@ -8,7 +9,7 @@
 #include <QString>
 #include <QStringList>
 
-#include <future>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -21,7 +22,10 @@ namespace murmurly {
 // downloaded: supported and installed languages are the same set.
 class PocketsphinxBackend final : public SpeechBackend {
 public:
-    explicit PocketsphinxBackend(QStringList modelRoots = defaultModelRoots());
+    // Makes a decoder from a model's files; the default loads it with pocketsphinx.
+    using DecoderLoader = std::function<std::shared_ptr<PocketsphinxDecoder>(const PocketsphinxModel&)>;
+
+    explicit PocketsphinxBackend(QStringList modelRoots = defaultModelRoots(), DecoderLoader load = {});
     ~PocketsphinxBackend() override;
 
     // The user's folder first, then the distribution's.
@@ -42,11 +46,12 @@ public:
 
 private:
     QMap<QString, PocketsphinxModel> scan() const;
-    PocketsphinxSession::DecoderFuture decoderFuture(const QString& language);
+    std::shared_ptr<PocketsphinxDecoderLoad> decoderLoad(const QString& language);
 
     const QStringList m_roots;
+    const DecoderLoader m_load;
     std::mutex m_mutex;
-    QMap<QString, PocketsphinxSession::DecoderFuture> m_decoders;
+    QMap<QString, std::shared_ptr<PocketsphinxDecoderLoad>> m_decoders;
 };
 
 } // namespace murmurly

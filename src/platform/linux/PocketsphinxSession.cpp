@@ -1,6 +1,7 @@
 #include "platform/linux/PocketsphinxSession.h"
 
 #include "platform/linux/PocketsphinxDecoder.h"
+#include "platform/linux/PocketsphinxDecoderLoad.h"
 
 #include <QCoroFuture>
 
@@ -12,7 +13,7 @@
 
 namespace murmurly {
 
-PocketsphinxSession::PocketsphinxSession(DecoderFuture decoder)
+PocketsphinxSession::PocketsphinxSession(std::shared_ptr<PocketsphinxDecoderLoad> decoder)
     : m_decoder(std::move(decoder))
     , m_results(ResultStream::create()) {
     m_doneFuture = m_done.future();
@@ -49,6 +50,7 @@ void PocketsphinxSession::cancelAndFinishNow() {
         m_cancelRequested = true;
     }
     m_command.notify_all();
+    m_decoder->wake();
     if (m_input) m_input->wake();
     if (!m_thread.joinable()) ended();
 }
@@ -64,10 +66,14 @@ void PocketsphinxSession::run() {
     std::shared_ptr<PocketsphinxDecoder> decoder;
     try {
         // Normally loaded long before; the first dictation after start-up may wait here while
-        // its audio queues up.
-        decoder = m_decoder.get();
+        // its audio queues up. A cancel stops the wait; the load goes on without this session.
+        decoder = m_decoder->getUnless([this] { return m_cancelRequested.load(); });
     } catch (const std::exception& e) {
         m_results->fail(QString::fromUtf8(e.what()));
+        ended();
+        return;
+    }
+    if (!decoder) {
         ended();
         return;
     }

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -15,15 +14,15 @@
 namespace murmurly {
 
 class PocketsphinxDecoder;
+class PocketsphinxDecoderLoad;
 
 // One dictation on a pocketsphinx decoder. A recognizer thread of its own decodes the audio as it
 // arrives and ends an utterance at every pause, delivering its words as a final segment at once;
-// at the end only the words since the last pause are left to settle.
+// at the end only the words since the last pause are left to settle. Cancelling, and destroying
+// the session, never wait for a decoder that is still loading.
 class PocketsphinxSession final : public RecognizerSession {
 public:
-    using DecoderFuture = std::shared_future<std::shared_ptr<PocketsphinxDecoder>>;
-
-    explicit PocketsphinxSession(DecoderFuture decoder);
+    explicit PocketsphinxSession(std::shared_ptr<PocketsphinxDecoderLoad> decoder);
     ~PocketsphinxSession() override;
 
     std::shared_ptr<ResultStream> results() override { return m_results; }
@@ -36,7 +35,7 @@ private:
     void decode(PocketsphinxDecoder& decoder);
     void ended();
 
-    DecoderFuture m_decoder;
+    std::shared_ptr<PocketsphinxDecoderLoad> m_decoder;
     std::shared_ptr<ResultStream> m_results;
     std::shared_ptr<AnalyzerInputStream> m_input;
     std::thread m_thread;

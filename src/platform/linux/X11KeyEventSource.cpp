@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 #include "hotkey/KeyCodes.h"
+#include "platform/linux/X11ConnectionLoss.h"
 
 #include <QThread>
 
@@ -37,40 +38,6 @@ void installErrorHandler() {
     std::call_once(once, [] { XSetErrorHandler(&logXError); });
 }
 
-// The connections of the key readers. Xlib's I/O error handler is one for the whole process and the
-// usual one (Xlib's, or the one Qt installs) ends the process; for a reader's connection it must
-// return instead, so that the connection's exit handler marks the reader as disconnected.
-std::mutex connectionsMutex;
-std::vector<Display*> readerConnections;
-std::atomic<XIOErrorHandler> otherIOErrorHandler{nullptr};
-
-int ioError(Display* display) {
-    {
-        std::lock_guard lock(connectionsMutex);
-        if (std::find(readerConnections.begin(), readerConnections.end(), display) !=
-            readerConnections.end()) {
-            qCWarning(lcApp, "Lost the connection to the X server of the key reader");
-            return 0;
-        }
-    }
-    if (const XIOErrorHandler other = otherIOErrorHandler.load()) return other(display);
-    return 0;
-}
-
-void registerConnection(Display* display) {
-    std::lock_guard lock(connectionsMutex);
-    readerConnections.push_back(display);
-    // Installed again at every start: a GUI toolkit connecting later may have replaced it.
-    const XIOErrorHandler previous = XSetIOErrorHandler(&ioError);
-    if (previous != &ioError) otherIOErrorHandler = previous;
-}
-
-void unregisterConnection(Display* display) {
-    std::lock_guard lock(connectionsMutex);
-    readerConnections.erase(std::remove(readerConnections.begin(), readerConnections.end(), display),
-                            readerConnections.end());
-}
-
 // How long the reader sleeps at most before it looks at its flags again.
 constexpr int pollMilliseconds = 250;
 
@@ -104,8 +71,7 @@ bool X11KeyEventSource::start(KeyEventSink& sink) {
         XCloseDisplay(display);
         return false;
     }
-    XSetIOErrorExitHandler(display, &X11KeyEventSource::connectionLost, this);
-    registerConnection(display);
+    X11ConnectionLoss::survive(display, &X11KeyEventSource::connectionLost, this);
     // A held grabbed key repeats as presses only, without a release before each.
     XkbSetDetectableAutoRepeat(display, True, nullptr);
 
@@ -197,7 +163,7 @@ void X11KeyEventSource::run() {
     m_grabbed.clear();
     m_grabbedCount = 0;
     XCloseDisplay(m_display);
-    unregisterConnection(m_display);
+    X11ConnectionLoss::forget(m_display);
     m_display = nullptr;
 }
 
