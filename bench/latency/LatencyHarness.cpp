@@ -234,16 +234,26 @@ private:
         if (!m_window.takeFocus()) fail("the text field did not take the focus");
     }
 
+    // The latency marks the program logged after `logStart` (a length of its log).
+    LatencyMarks marksSince(qsizetype logStart) const {
+        return LatencyMarks::parse(m_program->log().mid(logStart));
+    }
+
+    // Presses the trigger and waits for the first captured audio; the press's reading of the clock.
+    long long pressUntilAudio(qsizetype logStart) {
+        const long long pressSent = monotonicMicroseconds();
+        m_keyboard.press(XK_Alt_R);
+        if (!waitUntil([&] { return marksSince(logStart).has("first-audio-frame"); }, 5s))
+            fail("no audio was captured after the trigger was pressed", m_program->log().mid(logStart));
+        return pressSent;
+    }
+
     // Presses the trigger, waits for the first captured audio, and cancels with Esc; the seconds
     // from the key event sent to that audio.
     double startAndCancel() {
         const qsizetype logStart = m_program->log().size();
-        const auto marks = [&] { return LatencyMarks::parse(m_program->log().mid(logStart)); };
-        const long long pressSent = monotonicMicroseconds();
-        m_keyboard.press(XK_Alt_R);
-        if (!waitUntil([&] { return marks().has("first-audio-frame"); }, 5s))
-            fail("no audio was captured after the trigger was pressed", m_program->log().mid(logStart));
-        const double seconds = double(marks().at("first-audio-frame") - pressSent) / 1e6;
+        const long long pressSent = pressUntilAudio(logStart);
+        const double seconds = double(marksSince(logStart).at("first-audio-frame") - pressSent) / 1e6;
         m_keyboard.tap(XK_Escape);
         m_keyboard.release(XK_Alt_R);
         if (!m_control.waitForState(QStringLiteral("idle"), 10s))
@@ -254,12 +264,8 @@ private:
 
     Dictation dictate(const Utterance& utterance) {
         const qsizetype logStart = m_program->log().size();
-        const auto marks = [&] { return LatencyMarks::parse(m_program->log().mid(logStart)); };
-
-        const long long pressSent = monotonicMicroseconds();
-        m_keyboard.press(XK_Alt_R);
-        if (!waitUntil([&] { return marks().has("first-audio-frame"); }, 5s))
-            fail("no audio was captured after the trigger was pressed", m_program->log().mid(logStart));
+        const auto marks = [&] { return marksSince(logStart); };
+        const long long pressSent = pressUntilAudio(logStart);
         std::unique_ptr<QProcess> player = m_pulse.startPlaying(utterance.wavPath);
         if (!waitUntil([&] { return player->state() == QProcess::NotRunning; }, 60s))
             fail("paplay did not finish", utterance.wavPath);

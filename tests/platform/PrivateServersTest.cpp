@@ -1,29 +1,20 @@
 // The servers the tests start for themselves end with the test process, even one killed outright:
 // no Xvfb, PulseAudio, dbus-daemon or gnome-keyring is left running behind a crashed test.
 #include "ChildProcess.h"
-#include "PrivateKeyring.h"
-#include "PrivatePulseServer.h"
 #include "WaitUntil.h"
-#include "XvfbServer.h"
 
-#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QProcess>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdio>
 
 using namespace murmurly::testing;
 using namespace std::chrono_literals;
 
 namespace {
-
-// Set for the child process of the test below.
-constexpr const char* holderVariable = "MURMURLY_TEST_HOLD_SERVERS";
 
 // Whether process `pid` has ended: it is gone, or it is a zombie nobody has reaped yet.
 bool hasEnded(qint64 pid) {
@@ -39,36 +30,14 @@ bool hasEnded(qint64 pid) {
 
 } // namespace
 
-// Run only by the test below, as its child: starts every private server, tells their process
-// ids, and waits to be killed (for a bounded time).
-TEST(PrivateServers, DISABLED_HoldServersUntilKilled) {
-    if (!qEnvironmentVariableIsSet(holderVariable)) GTEST_SKIP() << "started by DieWithTheTestProcess";
-    XvfbServer xvfb;
-    ASSERT_TRUE(xvfb.isRunning()) << qPrintable(xvfb.error());
-    PrivatePulseServer pulse;
-    ASSERT_TRUE(pulse.isRunning()) << qPrintable(pulse.error());
-    PrivateKeyring keyring;
-    ASSERT_EQ(keyring.error(), QString()) << qPrintable(keyring.error());
-    std::printf("servers %lld %lld %lld %lld\n", static_cast<long long>(xvfb.processId()),
-                static_cast<long long>(pulse.processId()), static_cast<long long>(keyring.busProcessId()),
-                static_cast<long long>(keyring.keyringProcessId()));
-    std::fflush(stdout);
-    QThread::sleep(60);
-}
-
 TEST(PrivateServers, DieWithTheTestProcessThatStartedThem) {
     QProcess holder;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(holderVariable), QStringLiteral("1"));
-    holder.setProcessEnvironment(environment);
     holder.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     endWithThisProcess(holder);
-    holder.start(QCoreApplication::applicationFilePath(),
-                 {QStringLiteral("--gtest_filter=PrivateServers.DISABLED_HoldServersUntilKilled"),
-                  QStringLiteral("--gtest_also_run_disabled_tests")});
+    holder.start(QStringLiteral(MURMURLY_SERVER_HOLDER), {});
     ASSERT_TRUE(holder.waitForStarted(5000)) << qPrintable(holder.errorString());
 
-    // GoogleTest's own lines come first; the process ids follow once every server runs.
+    // The process ids come once every server runs.
     QByteArray output;
     QList<qint64> servers;
     const QDeadlineTimer deadline(30000);

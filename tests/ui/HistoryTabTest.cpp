@@ -68,6 +68,11 @@ protected:
         store().save();
     }
 
+    // From now on, `pasted` collects the clipboard's text at each paste chord.
+    void recordPastes() {
+        harness.pasteKeys.onPaste = [this] { pasted << harness.clipboard.text(); };
+    }
+
     std::unique_ptr<HistoryTab> makeTab() {
         return showTab(std::make_unique<HistoryTab>(harness.controller(), dialogs));
     }
@@ -128,6 +133,7 @@ protected:
     TemporaryHome home; // the desktop entries the header looks up
     ControllerHarness harness;
     ScriptedFileDialogs dialogs;
+    QStringList pasted;
 };
 
 TEST_F(HistoryTabTest, WithHistoryOffTheRetentionSectionIsHiddenButEntriesAreListedAndCanBeDeleted) {
@@ -301,14 +307,10 @@ TEST_F(HistoryTabTest, ReInsertGivesTheFocusBackBeforePasting) {
     setEntries({entry("um so hello", QStringLiteral("So, hello."))});
     FakeFocusReturn focus(harness.clock);
     focus.takes = std::chrono::milliseconds(40);
-    HistoryTab tab(harness.controller(), dialogs, focus);
-    tab.resize(murmurly::testing::tabAreaSize);
-    tab.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&tab));
-    QStringList pasted;
-    harness.pasteKeys.onPaste = [&] { pasted << harness.clipboard.text(); };
+    auto tab = showTab(std::make_unique<HistoryTab>(harness.controller(), dialogs, focus));
+    recordPastes();
 
-    choose(openMenu(tab, 0), QStringLiteral("Re-insert"));
+    choose(openMenu(*tab, 0), QStringLiteral("Re-insert"));
     harness.settle();
     // Nothing is pasted while the focus is still on its way back.
     EXPECT_EQ(focus.returns, 1);
@@ -329,15 +331,11 @@ TEST_F(HistoryTabTest, ReInsertPastesWhereTheFocusIsWhenItCannotBeGivenBack) {
     setEntries({entry("older raw only")});
     FakeFocusReturn focus(harness.clock);
     focus.succeeds = false;
-    HistoryTab tab(harness.controller(), dialogs, focus);
-    tab.resize(murmurly::testing::tabAreaSize);
-    tab.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&tab));
-    QStringList pasted;
-    harness.pasteKeys.onPaste = [&] { pasted << harness.clipboard.text(); };
+    auto tab = showTab(std::make_unique<HistoryTab>(harness.controller(), dialogs, focus));
+    recordPastes();
     LogCapture log;
 
-    choose(openMenu(tab, 0), QStringLiteral("Re-insert"));
+    choose(openMenu(*tab, 0), QStringLiteral("Re-insert"));
     harness.settle();
     EXPECT_EQ(focus.returns, 1);
     EXPECT_EQ(pasted, QStringList{QStringLiteral("older raw only")});
