@@ -46,29 +46,10 @@ QProcessEnvironment headlessEnvironment() {
     return environment;
 }
 
-struct ProgramRun {
-    bool finished = false;
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
 // One short-lived murmurly command (a control option, or a second launch).
 ProgramRun command(const QStringList& arguments,
                    std::optional<QProcessEnvironment> environment = std::nullopt) {
-    QProcess process;
-    process.setProcessEnvironment(environment.value_or(murmurlyEnvironment()));
-    process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
-    ProgramRun run;
-    run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, 30s);
-    if (!run.finished) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
+    return runMurmurly(arguments, environment.value_or(murmurlyEnvironment()), 30s);
 }
 
 class DBusControlTest : public ::testing::Test {

@@ -1,6 +1,7 @@
 // `murmurly transcribe` as a user runs it: the built program in a process of its own, without a
 // display, a session bus or an audio server, in a private home.
 #include "MemoryDefaults.h"
+#include "RunningMurmurly.h"
 #include "SpeechCorpus.h"
 #include "SpeechTestSupport.h"
 #include "StandInHttpServer.h"
@@ -28,37 +29,17 @@ using namespace murmurly::testing;
 
 namespace {
 
-struct ProgramRun {
-    bool finished = false;
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-// Runs the program with `arguments`, serving this process's event loop while it runs (the
-// stand-in servers answer from it). Killed after `limit`.
-ProgramRun runMurmurly(const QStringList& arguments,
-                       std::chrono::milliseconds limit = std::chrono::seconds(120)) {
-    QProcess process;
+// Runs the program with `arguments` on nothing of a desktop: no display, no session bus, no audio
+// server. The event loop is served while it runs (the stand-in servers answer from it).
+ProgramRun runWithoutDesktop(const QStringList& arguments,
+                             std::chrono::milliseconds limit = std::chrono::seconds(120)) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // Nothing of a desktop: no display, no session bus, no audio server.
     environment.remove(QStringLiteral("DISPLAY"));
     environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
     environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
                        QStringLiteral("unix:path=/nonexistent/bus"));
     environment.insert(QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:/nonexistent/pulse"));
-    process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
-    ProgramRun run;
-    run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, limit);
-    if (!run.finished) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
+    return runMurmurly(arguments, environment, limit);
 }
 
 // What the recognizer makes of the file's samples fed to it in this process, as the recognizer's
@@ -128,7 +109,7 @@ TEST(TranscribeCommand, LibriVoxFilesGiveExactlyTheRecognizersOwnTranscripts) {
     WordErrors ours;
     WordErrors continuousErrors;
     for (const Utterance& utterance : utterances) {
-        const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), utterance.wavPath});
+        const ProgramRun run = runWithoutDesktop({QStringLiteral("transcribe"), utterance.wavPath});
         ASSERT_TRUE(run.finished);
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
         EXPECT_EQ(run.err, QString());
@@ -175,8 +156,8 @@ TEST(TranscribeCommand, AStereoFloatCopyAt44100HzIsRecognizedAsWellAsTheOriginal
     const QString path = dir.filePath(QStringLiteral("stereo-44100-float.wav"));
     ASSERT_TRUE(writeFloatWav(path, samples, 44100, 2));
 
-    const ProgramRun copy = runMurmurly({QStringLiteral("transcribe"), path});
-    const ProgramRun first = runMurmurly({QStringLiteral("transcribe"), utterance.wavPath});
+    const ProgramRun copy = runWithoutDesktop({QStringLiteral("transcribe"), path});
+    const ProgramRun first = runWithoutDesktop({QStringLiteral("transcribe"), utterance.wavPath});
     ASSERT_TRUE(copy.finished && first.finished);
     EXPECT_EQ(copy.exitCode, 0) << copy.err.toStdString();
     const QString text = copy.out.trimmed();
@@ -194,7 +175,7 @@ TEST(TranscribeCommand, SilenceAndAnEmptyRecordingPrintAnEmptyLine) {
     const QString empty = dir.filePath(QStringLiteral("empty.wav"));
     ASSERT_TRUE(writeWav(empty, {}, 16000));
     for (const QString& path : {silence, empty}) {
-        const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), path});
+        const ProgramRun run = runWithoutDesktop({QStringLiteral("transcribe"), path});
         ASSERT_TRUE(run.finished);
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
         EXPECT_EQ(run.out, QStringLiteral("\n"));
@@ -206,7 +187,7 @@ TEST(TranscribeCommand, AFileThatCannotBeReadIsExitStatus2WithAMessage) {
     TemporaryHome home;
     QTemporaryDir dir;
     const QString missing = dir.filePath(QStringLiteral("missing.wav"));
-    ProgramRun run = runMurmurly({QStringLiteral("transcribe"), missing});
+    ProgramRun run = runWithoutDesktop({QStringLiteral("transcribe"), missing});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, QString());
@@ -214,7 +195,7 @@ TEST(TranscribeCommand, AFileThatCannotBeReadIsExitStatus2WithAMessage) {
 
     const QString text = dir.filePath(QStringLiteral("notes.wav"));
     writeFile(text, "shopping list: milk, bread\n");
-    run = runMurmurly({QStringLiteral("transcribe"), text});
+    run = runWithoutDesktop({QStringLiteral("transcribe"), text});
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, QString());
     EXPECT_EQ(run.err, QStringLiteral("murmurly: Cannot read \"%1\": it is not a WAV file (it does not begin "
@@ -225,7 +206,7 @@ TEST(TranscribeCommand, AFileThatCannotBeReadIsExitStatus2WithAMessage) {
     ASSERT_TRUE(original.open(QIODevice::ReadOnly));
     const QString cut = dir.filePath(QStringLiteral("cut.wav"));
     writeFile(cut, original.readAll().left(20000));
-    run = runMurmurly({QStringLiteral("transcribe"), cut});
+    run = runWithoutDesktop({QStringLiteral("transcribe"), cut});
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, QString());
     EXPECT_TRUE(run.err.contains(QStringLiteral("it is cut short: its audio data chunk declares")))
@@ -235,7 +216,7 @@ TEST(TranscribeCommand, AFileThatCannotBeReadIsExitStatus2WithAMessage) {
 TEST(TranscribeCommand, ALanguageWithoutAModelIsExitStatus2WithAMessage) {
     TemporaryHome home;
     const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
-    ProgramRun run = runMurmurly(
+    ProgramRun run = runWithoutDesktop(
         {QStringLiteral("transcribe"), file, QStringLiteral("--language"), QStringLiteral("xx-XX")});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 2);
@@ -246,11 +227,11 @@ TEST(TranscribeCommand, ALanguageWithoutAModelIsExitStatus2WithAMessage) {
     // The dictation language of the settings is the default, and --language overrides it.
     IniDefaults(IniDefaults::defaultFilePath())
         .setString(QStringLiteral("dictationLocale"), QStringLiteral("fr-FR"));
-    run = runMurmurly({QStringLiteral("transcribe"), file});
+    run = runWithoutDesktop({QStringLiteral("transcribe"), file});
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.err,
               QStringLiteral("murmurly: No speech model is installed for \"fr-FR\" (installed: en-US).\n"));
-    run = runMurmurly(
+    run = runWithoutDesktop(
         {QStringLiteral("transcribe"), file, QStringLiteral("--language"), QStringLiteral("en_us")});
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_FALSE(run.out.trimmed().isEmpty());
@@ -259,7 +240,7 @@ TEST(TranscribeCommand, ALanguageWithoutAModelIsExitStatus2WithAMessage) {
 TEST(TranscribeCommand, TheUsersReplacementsAreApplied) {
     TemporaryHome home;
     const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
-    const QString plain = runMurmurly({QStringLiteral("transcribe"), file}).out.trimmed();
+    const QString plain = runWithoutDesktop({QStringLiteral("transcribe"), file}).out.trimmed();
     ASSERT_TRUE(plain.contains(QRegularExpression(QStringLiteral("\\bman\\b")))) << plain.toStdString();
 
     {
@@ -273,7 +254,7 @@ TEST(TranscribeCommand, TheUsersReplacementsAreApplied) {
     }
     ASSERT_TRUE(QFile::exists(home.configHome() + QStringLiteral("/murmurly/settings.ini")));
 
-    const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), file});
+    const ProgramRun run = runWithoutDesktop({QStringLiteral("transcribe"), file});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     QString expected = plain;
@@ -298,11 +279,12 @@ TEST(TranscribeCommand, CleanupUsesTheConfiguredLocalModelServer) {
     IniDefaults(IniDefaults::defaultFilePath())
         .setString(QStringLiteral("cleanupLocalBaseURL"), server.url(QStringLiteral("/v1")));
     const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
-    const QString plain = runMurmurly({QStringLiteral("transcribe"), file}).out.trimmed();
+    const QString plain = runWithoutDesktop({QStringLiteral("transcribe"), file}).out.trimmed();
     ASSERT_FALSE(plain.isEmpty());
     EXPECT_TRUE(server.requests().isEmpty()); // no cleanup unless asked
 
-    const ProgramRun run = runMurmurly({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
+    const ProgramRun run =
+        runWithoutDesktop({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_EQ(run.out, QStringLiteral("He was not an ill-disposed young man.\n"));
@@ -317,7 +299,7 @@ TEST(TranscribeCommand, CleanupUsesTheConfiguredLocalModelServer) {
 TEST(TranscribeCommand, CleanupThatCannotBeHadPrintsTheTranscriptWithAWarning) {
     TemporaryHome home;
     const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
-    const QString plain = runMurmurly({QStringLiteral("transcribe"), file}).out.trimmed();
+    const QString plain = runWithoutDesktop({QStringLiteral("transcribe"), file}).out.trimmed();
     ASSERT_FALSE(plain.isEmpty());
 
     // No server listens: a port that was free a moment ago.
@@ -328,7 +310,7 @@ TEST(TranscribeCommand, CleanupThatCannotBeHadPrintsTheTranscriptWithAWarning) {
         deadURL = closed.url(QStringLiteral("/v1"));
     }
     IniDefaults(IniDefaults::defaultFilePath()).setString(QStringLiteral("cleanupLocalBaseURL"), deadURL);
-    ProgramRun run = runMurmurly({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
+    ProgramRun run = runWithoutDesktop({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
@@ -352,7 +334,7 @@ TEST(TranscribeCommand, CleanupThatCannotBeHadPrintsTheTranscriptWithAWarning) {
     });
     IniDefaults(IniDefaults::defaultFilePath())
         .setString(QStringLiteral("cleanupLocalBaseURL"), failing.url(QStringLiteral("/v1")));
-    run = runMurmurly({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
+    run = runWithoutDesktop({QStringLiteral("transcribe"), file, QStringLiteral("--cleanup")});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_EQ(run.out, plain + QLatin1Char('\n'));

@@ -15,6 +15,23 @@ QProcessEnvironment murmurlyEnvironment() {
     return environment;
 }
 
+ProgramRun runMurmurly(const QStringList& arguments, const QProcessEnvironment& environment,
+                       std::chrono::milliseconds limit) {
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
+    ProgramRun run;
+    run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, limit);
+    if (!run.finished) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
 RunningMurmurly::RunningMurmurly(const QProcessEnvironment& environment) {
     m_process.setProcessEnvironment(environment);
     QObject::connect(&m_process, &QProcess::readyReadStandardError,

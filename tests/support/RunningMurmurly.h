@@ -3,12 +3,28 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
+#include <QStringList>
+
+#include <chrono>
 
 namespace murmurly::testing {
 
 // The environment the built program runs in on a private desktop: this process's own (DISPLAY,
 // the private bus, audio server and home), with Qt on X11 and transcripts shown in the log.
 QProcessEnvironment murmurlyEnvironment();
+
+// What one short-lived run of the program left behind.
+struct ProgramRun {
+    bool finished = false; // within its time limit
+    int exitCode = -1;     // -1 when it crashed or had to be killed
+    QString out;
+    QString err;
+};
+
+// Runs the program with `arguments` to its end (a control option, `transcribe`, a second launch),
+// serving this process's event loop meanwhile; killed after `limit`.
+ProgramRun runMurmurly(const QStringList& arguments, const QProcessEnvironment& environment,
+                       std::chrono::milliseconds limit);
 
 // The built tray program, started in the constructor and stopped (SIGTERM, then SIGKILL) in the
 // destructor. Its log (standard error) is collected as it comes, while the caller's event loop runs.
