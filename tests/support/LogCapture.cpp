@@ -40,7 +40,8 @@ QList<LogCapture::Line> LogCapture::lines() const {
 
 QString LogCapture::allText() const {
     QString out;
-    for (const Line& line : lines()) out += line.category + QLatin1Char(' ') + line.message + QLatin1Char('\n');
+    for (const Line& line : lines())
+        out += line.category + QLatin1Char(' ') + line.message + QLatin1Char('\n');
     return out;
 }
 
@@ -53,7 +54,8 @@ QList<LogCapture::Line> LogCapture::entries() const {
 
 QStringList LogCapture::appMessages() const {
     QStringList out;
-    for (const Line& line : entries()) out.append(line.message);
+    for (const Line& line : entries())
+        out.append(line.message);
     return out;
 }
 
