@@ -5,10 +5,10 @@
 #include "SpeechCorpus.h"
 #include "SpeechTestSupport.h"
 #include "StandInHttpServer.h"
+#include "StoredReplacement.h"
 #include "TemporaryHome.h"
 #include "WaitUntil.h"
 #include "core/SystemClock.h"
-#include "output/ReplacementStore.h"
 #include "platform/linux/IniDefaults.h"
 #include "platform/linux/PocketsphinxBackend.h"
 #include "speech/AudioConverter.h"
@@ -243,15 +243,7 @@ TEST(TranscribeCommand, TheUsersReplacementsAreApplied) {
     const QString plain = runWithoutDesktop({QStringLiteral("transcribe"), file}).out.trimmed();
     ASSERT_TRUE(plain.contains(QRegularExpression(QStringLiteral("\\bman\\b")))) << plain.toStdString();
 
-    {
-        IniDefaults defaults(IniDefaults::defaultFilePath());
-        ReplacementStore store(defaults);
-        ReplacementRule rule = ReplacementRule::create();
-        rule.from = QStringLiteral("man");
-        rule.to = QStringLiteral("person");
-        store.setRules({rule});
-        store.setEnabled(true);
-    }
+    storeReplacementRule(QStringLiteral("man"), QStringLiteral("person"));
     ASSERT_TRUE(QFile::exists(home.configHome() + QStringLiteral("/murmurly/settings.ini")));
 
     const ProgramRun run = runWithoutDesktop({QStringLiteral("transcribe"), file});

@@ -2,6 +2,8 @@
 // with Esc, or tapped too briefly to mean anything.
 #include "MurmurlyDesktop.h"
 
+#include "CancelledDictation.h"
+
 #include "SpeechCorpus.h"
 #include "WaitUntil.h"
 #include "core/AppController.h"
@@ -99,17 +101,7 @@ TEST_F(DictationTest, EscWhileRecordingInToggleModeInsertsNothing) {
     keepRunning(1500ms);
     keyboard.tap(XK_Escape);
 
-    EXPECT_TRUE(waitForState(QStringLiteral("idle"), 5s));
-    EXPECT_TRUE(waitUntil([&] {
-        return program->log().contains(QStringLiteral("Dictation cancelled by user"));
-    })) << program->log().toStdString();
-    player->kill();
-    player->waitForFinished(3000);
-
-    keepRunning(1500ms);
-    EXPECT_EQ(window.text(), QStringLiteral("before"));
-    EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("idle"));
-    EXPECT_FALSE(program->log().contains(QStringLiteral("Transcript:"))) << program->log().toStdString();
+    expectCancelledWithNothingInserted(*program, *control, window, *player, QStringLiteral("before"));
 }
 
 TEST_F(DictationTest, ABriefTapInHoldModeInsertsNothing) {

@@ -3,11 +3,9 @@
 // the program being killed while it writes it.
 #include "MurmurlyDesktop.h"
 
+#include "StoredReplacement.h"
 #include "WaitUntil.h"
 #include "core/ReferenceDate.h"
-#include "output/ReplacementRule.h"
-#include "output/ReplacementStore.h"
-#include "platform/linux/IniDefaults.h"
 #include "records/HistoryStore.h"
 
 #include <QDir>
@@ -77,15 +75,7 @@ TEST_F(RecordsTest, HistoryRecordsTheTranscriptAndTheApplicationItWentTo) {
 
 TEST_F(RecordsTest, AReplacementRuleChangesTheInsertedTextAndTheRecordedOne) {
     setPreference(HistoryStore::enabledKey, true);
-    {
-        IniDefaults defaults(IniDefaults::defaultFilePath());
-        ReplacementStore store(defaults);
-        ReplacementRule rule = ReplacementRule::create();
-        rule.from = QStringLiteral("man");
-        rule.to = QStringLiteral("person");
-        store.setRules({rule});
-        store.setEnabled(true);
-    }
+    storeReplacementRule(QStringLiteral("man"), QStringLiteral("person"));
     startProgram();
 
     // "he was not an ill disposed young man": the recognizer hears "man" in it.
