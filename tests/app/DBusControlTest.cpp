@@ -202,7 +202,7 @@ TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
 
     const QString expected = QStringLiteral("Cleanup is on but the selected provider isn't configured.");
     EXPECT_EQ(property(QStringLiteral("LastError")), expected);
-    EXPECT_TRUE(waitUntil([&] { return !announcements.values.isEmpty(); }, 5s));
+    EXPECT_TRUE(waitUntil([&] { return !announcements.values.isEmpty(); }, 20s));
     EXPECT_EQ(announcements.values, QStringList{expected});
 }
 

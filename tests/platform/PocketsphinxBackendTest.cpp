@@ -35,13 +35,11 @@ PocketsphinxBackend& sharedBackend() {
 }
 
 QString transcribe(PocketsphinxBackend& backend, const std::vector<std::int16_t>& samples) {
-    SystemClock clock;
+    ManualClock clock;
     TranscriptionEngine engine(backend, clock, QStringLiteral("en-US"));
     std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
     feed(*input, samples);
-    const QString text = runTask(engine.finish());
-    runEventLoopFor(300);
-    return text;
+    return finishUnhurried(engine, clock);
 }
 
 // A gate that holds a model load until the test opens it.

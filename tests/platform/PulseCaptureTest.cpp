@@ -1,7 +1,6 @@
 #include "PrivatePulseServer.h"
 #include "SpeechCorpus.h"
 #include "SpeechTestSupport.h"
-#include "core/SystemClock.h"
 #include "platform/linux/PocketsphinxBackend.h"
 #include "platform/linux/PulseCaptureDevice.h"
 #include "speech/AudioInput.h"
@@ -35,13 +34,11 @@ PocketsphinxBackend& sharedBackend() {
 
 // The same recognizer fed a file's samples directly, without the capture path.
 QString transcribeSamples(const std::vector<std::int16_t>& samples) {
-    SystemClock clock;
+    ManualClock clock;
     TranscriptionEngine engine(sharedBackend(), clock, QStringLiteral("en-US"));
     std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
     feed(*input, samples);
-    const QString text = runTask(engine.finish());
-    runEventLoopFor(300);
-    return text;
+    return finishUnhurried(engine, clock);
 }
 
 // What each captured buffer looked like, recorded on the capture thread.
@@ -74,7 +71,7 @@ struct CaptureLog {
 // after paplay has played the file out.
 QString dictate(PrivatePulseServer& server, AudioInput& audio, const QString& wavPath,
                 int afterPlaybackMs = 300) {
-    SystemClock clock;
+    ManualClock clock;
     TranscriptionEngine engine(sharedBackend(), clock, QStringLiteral("en-US"));
     const std::optional<AudioFormat> format = engine.bestAudioFormat();
     if (!format) return QStringLiteral("<no format>");
@@ -89,9 +86,7 @@ QString dictate(PrivatePulseServer& server, AudioInput& audio, const QString& wa
     }
     runEventLoopFor(afterPlaybackMs);
     audio.stop();
-    const QString text = runTask(engine.finish());
-    runEventLoopFor(300);
-    return text;
+    return finishUnhurried(engine, clock);
 }
 
 } // namespace

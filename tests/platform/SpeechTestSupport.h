@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ManualClock.h"
+#include "RunTask.h"
 #include "SpeechCorpus.h"
 #include "speech/AnalyzerInputStream.h"
 #include "speech/AudioBuffer.h"
@@ -8,6 +10,8 @@
 #include <QCoroTask>
 #include <QEventLoop>
 #include <QTimer>
+
+#include <gtest/gtest.h>
 
 #include <exception>
 #include <memory>
@@ -49,6 +53,18 @@ inline void runEventLoopFor(int ms) {
     QEventLoop loop;
     QTimer::singleShot(ms, &loop, &QEventLoop::quit);
     loop.exec();
+}
+
+// Ends a dictation of an engine made with `clock` and returns its transcript. The clock stands
+// still until the answer is in, so a live dictation's time limits play no part: a loaded machine
+// may decode more slowly than they allow, and what these tests measure is what is recognized.
+// Two minutes without an answer fail the test instead of hanging it.
+inline QString finishUnhurried(TranscriptionEngine& engine, ManualClock& clock) {
+    Bounded<QString> text = runBounded(engine.finish(), std::chrono::minutes(2));
+    EXPECT_TRUE(text.finished) << "the recognizer gave no answer within two minutes";
+    clock.advance(std::chrono::hours(1)); // ends the limits' sleeps
+    runEventLoopFor(300);
+    return text.value.value_or(QString());
 }
 
 // Writes 16 kHz mono samples into a recognizer input in the buffer size the capture path

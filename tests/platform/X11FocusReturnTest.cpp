@@ -69,7 +69,7 @@ TEST(X11FocusReturn, TheTextArrivesInTheWindowTheFocusCameFrom) {
     std::optional<bool> returned;
     bool done = false;
     auto task = returnFocusThenInsert(focus, inserter, QStringLiteral("put in again"), returned, done);
-    ASSERT_TRUE(waitUntil([&] { return done; }, 5s));
+    ASSERT_TRUE(waitUntil([&] { return done; }, 20s));
     EXPECT_EQ(returned, true);
     EXPECT_TRUE(field.waitForText(QStringLiteral("put in again"))) << field.text().toStdString();
     EXPECT_TRUE(waitUntil([&] { return !own->isActive(); }));
@@ -81,7 +81,7 @@ TEST(X11FocusReturn, WithNoWindowNotedThereIsNothingToReturnTo) {
     EXPECT_EQ(focus.rememberedWindow(), 0u);
     std::optional<bool> returned;
     auto task = noteReturn(focus, returned);
-    ASSERT_TRUE(waitUntil([&] { return returned.has_value(); }, 2s));
+    ASSERT_TRUE(waitUntil([&] { return returned.has_value(); }, 20s));
     EXPECT_EQ(returned, false);
 }
 
@@ -98,7 +98,7 @@ TEST(X11FocusReturn, AWindowClosedMeanwhileIsNotReturnedTo) {
     field.reset(); // the application is closed while the settings window is open
     std::optional<bool> returned;
     auto task = noteReturn(focus, returned);
-    ASSERT_TRUE(waitUntil([&] { return returned.has_value(); }, 3s));
+    ASSERT_TRUE(waitUntil([&] { return returned.has_value(); }, 20s));
     EXPECT_EQ(returned, false);
     EXPECT_EQ(focus.rememberedWindow(), 0u);
     EXPECT_TRUE(own->isActive());

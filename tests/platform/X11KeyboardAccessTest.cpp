@@ -210,15 +210,18 @@ TEST(LinuxKeyboardAccess, DeniedWithinTheLimitWhenTheXServerNeverAnswers) {
         EXPECT_FALSE(permissions.keyboardAccess());
         const qint64 first = timer.elapsed();
         EXPECT_GE(first, LinuxPermissions::keyboardCheckLimit.count() - 50); // it did wait for the server
-        EXPECT_LT(first, LinuxPermissions::keyboardCheckLimit.count() + 500);
-        // The unanswered check is not joined by another one: the next read answers at once.
+        // Only the limit ends the wait for a server that never answers; the margin is wide so
+        // that a loaded machine cannot fail it, while a missing limit still would.
+        EXPECT_LT(first, LinuxPermissions::keyboardCheckLimit.count() + 5000);
+        // The unanswered check is not joined by another one: the next read answers before a
+        // wait of the full limit could have ended.
         timer.restart();
         EXPECT_FALSE(permissions.keyboardAccess());
-        EXPECT_LT(timer.elapsed(), 100);
+        EXPECT_LT(timer.elapsed(), LinuxPermissions::keyboardCheckLimit.count());
     }
     // Once the hanging server is gone the pending check ends, and checks work again.
     silent.reset();
-    EXPECT_TRUE(waitUntil([&] { return permissions.keyboardAccess(); }, 5s));
+    EXPECT_TRUE(waitUntil([&] { return permissions.keyboardAccess(); }, 20s));
 }
 
 TEST(LinuxKeyboardAccess, DeniedWhenTheXServerVanishesMidQuestion) {

@@ -21,7 +21,7 @@ std::optional<QString> MurmurlyControl::property(const QString& name) {
     QDBusMessage get = QDBusMessage::createMethodCall(
         service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     get << interface << name;
-    const QDBusMessage reply = m_connection.call(get, QDBus::Block, 2000);
+    const QDBusMessage reply = m_connection.call(get, QDBus::Block, 10000);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
     return reply.arguments().constFirst().value<QDBusVariant>().variant().toString();
 }

@@ -19,7 +19,7 @@ namespace murmurly::testing {
 
 namespace {
 
-constexpr int startLimitMilliseconds = 10000;
+constexpr int startLimitMilliseconds = 30000;
 const QString secretsName = QStringLiteral("org.freedesktop.secrets");
 
 using StringMap = QMap<QString, QString>;
@@ -101,7 +101,7 @@ bool PrivateKeyring::waitForSecretService() const {
                              secretsName, QStringLiteral("/org/freedesktop/secrets"),
                              QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("ReadAlias"))
                              << QStringLiteral("default"),
-                         QDBus::Block, 2000);
+                         QDBus::Block, 10000);
             if (reply.type() == QDBusMessage::ReplyMessage && !reply.arguments().isEmpty() &&
                 qdbus_cast<QDBusObjectPath>(reply.arguments().constFirst()).path() != QLatin1String("/"))
                 return true;
@@ -120,7 +120,7 @@ int PrivateKeyring::countItems(const QString& service, const QString& account) c
         QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
     const StringMap attributes{{QStringLiteral("service"), service}, {QStringLiteral("account"), account}};
     call << QVariant::fromValue(attributes);
-    const QDBusMessage reply = bus.call(call, QDBus::Block, 5000);
+    const QDBusMessage reply = bus.call(call, QDBus::Block, 10000);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2) return -1;
     int count = 0;
     for (const QVariant& paths : reply.arguments())

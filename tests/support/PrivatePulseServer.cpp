@@ -67,7 +67,7 @@ PrivatePulseServer::PrivatePulseServer(DefaultSource source) {
         return;
     }
     setEnv("PULSE_SERVER", address().toUtf8());
-    if (!waitUntilAnswering(10000)) {
+    if (!waitUntilAnswering(30000)) {
         m_error = QStringLiteral("pulseaudio did not answer: ") + QString::fromUtf8(m_server.readAll());
         return;
     }
@@ -101,7 +101,7 @@ bool PrivatePulseServer::waitUntilAnswering(int timeoutMs) {
             QProcess pactl;
             pactl.start(QStringLiteral("pactl"),
                         {QStringLiteral("--server=") + address(), QStringLiteral("info")});
-            if (pactl.waitForFinished(3000) && pactl.exitStatus() == QProcess::NormalExit &&
+            if (pactl.waitForFinished(10000) && pactl.exitStatus() == QProcess::NormalExit &&
                 pactl.exitCode() == 0)
                 return true;
             if (pactl.state() != QProcess::NotRunning) {

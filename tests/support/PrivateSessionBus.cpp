@@ -10,7 +10,7 @@ namespace murmurly::testing {
 
 namespace {
 
-constexpr int startLimitMilliseconds = 10000;
+constexpr int startLimitMilliseconds = 30000;
 
 QByteArray busConfig(const QString& socketDir) {
     return QStringLiteral(R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"

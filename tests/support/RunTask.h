@@ -1,5 +1,7 @@
 #pragma once
 
+#include "WaitUntil.h"
+
 #include <QCoreApplication>
 #include <QCoro/QCoroTask>
 #include <QElapsedTimer>
@@ -34,22 +36,6 @@ Bounded<T> runBounded(QCoro::Task<T> task, std::chrono::milliseconds limit = std
     while (!state->finished && timer.elapsed() < limit.count())
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
     return {state->finished, state->finished ? std::move(state->value) : std::nullopt};
-}
-
-} // namespace murmurly::testing
-
-namespace murmurly::testing {
-
-// Runs the event loop until `condition` holds or `limit` passes; returns whether it held.
-template <typename Condition>
-bool waitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() >= limit.count()) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
-    }
-    return true;
 }
 
 } // namespace murmurly::testing

@@ -28,7 +28,7 @@ public:
     // The key events of one keysym (hex, as the window writes it).
     QStringList keyEventsOf(unsigned long keysym) const;
 
-    bool waitForText(const QString& text, int milliseconds = 5000);
+    bool waitForText(const QString& text, int milliseconds = 20000);
     // Gives the keyboard focus back to the window from outside, as a click of the user would, with
     // the X server's own focus call (xdotool): another client may have taken it. Bounded.
     bool takeFocus();

@@ -12,7 +12,7 @@ namespace murmurly::testing {
 // last value. The loop keeps running so that queued edges, process output and clipboard requests
 // from other X clients are served while the test waits.
 template <typename Condition>
-bool waitUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::milliseconds(5000)) {
+bool waitUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::milliseconds(20000)) {
     QDeadlineTimer deadline(timeout);
     while (!condition()) {
         if (deadline.hasExpired()) return condition();

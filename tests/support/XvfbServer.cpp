@@ -14,7 +14,7 @@ namespace murmurly::testing {
 
 namespace {
 
-constexpr int startTimeoutMilliseconds = 10000;
+constexpr int startTimeoutMilliseconds = 30000;
 
 // Waits up to `milliseconds` for the child to end; true when it did.
 bool reap(pid_t pid, int milliseconds) {

@@ -90,7 +90,7 @@ TEST(TrayIcon, PulsesOnlyWhileRecording) {
     EXPECT_TRUE(tray.isPulsing());
     EXPECT_EQ(imageOf(tray.systemTrayIcon().icon()), imageOf(TrayIcon::stateIcon(DictationState::recording)));
     // The pulse runs on real time: within a few frames the icon has faded.
-    ASSERT_TRUE(murmurly::testing::waitUntil([&] { return tray.currentPulseFrame() >= 2; }, 3s));
+    ASSERT_TRUE(murmurly::testing::waitUntil([&] { return tray.currentPulseFrame() >= 2; }, 20s));
     EXPECT_EQ(imageOf(tray.systemTrayIcon().icon()), imageOf(TrayIcon::pulseFrame(tray.currentPulseFrame())));
     EXPECT_NE(imageOf(tray.systemTrayIcon().icon()), imageOf(TrayIcon::stateIcon(DictationState::recording)));
 
@@ -156,7 +156,7 @@ TEST(TrayIcon, WithAnXTrayTheProgramStaysInTheTray) {
     XSendEvent(display, root, False, StructureNotifyMask, &announce);
     XSync(display, False);
 
-    EXPECT_TRUE(murmurly::testing::waitUntil([] { return !TrayIcon::shouldOpenSettingsAtStart(); }, 3s));
+    EXPECT_TRUE(murmurly::testing::waitUntil([] { return !TrayIcon::shouldOpenSettingsAtStart(); }, 20s));
     XDestroyWindow(display, manager);
     XCloseDisplay(display);
 }
