@@ -322,15 +322,22 @@ private:
     int m_current = -1;
 };
 
-TEST(ControllerSequences, EveryInterleavingEndsIdleAndInsertsEachFinishedDictationExactlyOnce) {
+// The 2,000 sequences run in shards of their own, so that each test stays short on a busy
+// machine; together they cover the same seeds as one run would.
+constexpr int shardCount = 8;
+constexpr int sequencesPerShard = 250;
+
+class ControllerSequences : public ::testing::TestWithParam<int> {};
+
+TEST_P(ControllerSequences, EveryInterleavingEndsIdleAndInsertsEachFinishedDictationExactlyOnce) {
     // The controller logs every step; thousands of sequences would drown the output.
     QLoggingCategory::setFilterRules(QStringLiteral("com.qv.murmurly.app=false"));
     constexpr std::uint32_t baseSeed = 20261121;
-    constexpr int sequences = 2000;
     constexpr int stepsPerSequence = 30;
+    const int first = GetParam() * sequencesPerShard;
     int dictations = 0;
     int inserted = 0;
-    for (int i = 0; i < sequences; ++i) {
+    for (int i = first; i < first + sequencesPerShard; ++i) {
         const std::uint32_t seed = baseSeed + static_cast<std::uint32_t>(i);
         const CaptureMode mode = i % 2 == 0 ? CaptureMode::hold : CaptureMode::toggle;
         SCOPED_TRACE(::testing::Message() << "seed " << seed);
@@ -346,9 +353,12 @@ TEST(ControllerSequences, EveryInterleavingEndsIdleAndInsertsEachFinishedDictati
     }
     QLoggingCategory::setFilterRules(QString());
     // The generator must actually reach both outcomes, many times.
-    EXPECT_GT(dictations, sequences);
-    EXPECT_GT(inserted, sequences / 4);
-    std::printf("%d sequences, %d dictations, %d inserted\n", sequences, dictations, inserted);
+    EXPECT_GT(dictations, sequencesPerShard);
+    EXPECT_GT(inserted, sequencesPerShard / 4);
+    std::printf("seeds %u to %u: %d sequences, %d dictations, %d inserted\n", baseSeed + first,
+                baseSeed + first + sequencesPerShard - 1, sequencesPerShard, dictations, inserted);
 }
+
+INSTANTIATE_TEST_SUITE_P(Shards, ControllerSequences, ::testing::Range(0, shardCount));
 
 } // namespace
