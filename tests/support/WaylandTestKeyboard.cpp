@@ -99,12 +99,13 @@ bool WaylandTestKeyboard::send(std::uint32_t key, bool down) {
     const auto now = static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
                                                     std::chrono::steady_clock::now().time_since_epoch())
                                                     .count());
-    zwp_virtual_keyboard_v1_key(d.keyboard, now, key, down ? 1 : 0);
+    // A physical keyboard's state is updated before its key is handled: the new modifiers first.
     xkb_state_update_key(d.state, key + 8, down ? XKB_KEY_DOWN : XKB_KEY_UP);
     zwp_virtual_keyboard_v1_modifiers(d.keyboard, xkb_state_serialize_mods(d.state, XKB_STATE_MODS_DEPRESSED),
                                       xkb_state_serialize_mods(d.state, XKB_STATE_MODS_LATCHED),
                                       xkb_state_serialize_mods(d.state, XKB_STATE_MODS_LOCKED),
                                       xkb_state_serialize_layout(d.state, XKB_STATE_LAYOUT_EFFECTIVE));
+    zwp_virtual_keyboard_v1_key(d.keyboard, now, key, down ? 1 : 0);
     if (down)
         d.down.insert(key);
     else
