@@ -309,6 +309,7 @@ void DataControlClipboard::Link::serveSendings() {
                                       static_cast<std::size_t>(chunk));
             if (put > 0) {
                 sending.written += put;
+                sending.deadline = now + sendLimit; // a reader that keeps reading gets it all
                 continue;
             }
             if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && now < sending.deadline)
@@ -475,6 +476,7 @@ ClipboardSnapshot DataControlClipboard::snapshot() {
     Readings readings = std::move(**asked);
 
     const auto deadline = Clock::now() + snapshotLimit;
+    auto lastProgress = Clock::now();
     std::vector<char> buffer(1 << 20);
     for (;;) {
         std::vector<pollfd> fds;
@@ -485,14 +487,18 @@ ClipboardSnapshot DataControlClipboard::snapshot() {
             open.push_back(&reading);
         }
         if (fds.empty()) break;
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto until = std::min(deadline, lastProgress + snapshotIdleLimit);
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now());
         if (left.count() <= 0 || poll(fds.data(), fds.size(), static_cast<int>(left.count())) <= 0) break;
         for (std::size_t i = 0; i < fds.size(); ++i) {
             if (!fds[i].revents) continue;
             Reading& reading = *open[i];
             const ssize_t got = read(reading.fd, buffer.data(), buffer.size());
             if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
-            if (got > 0) reading.bytes.append(buffer.data(), got);
+            if (got > 0) {
+                reading.bytes.append(buffer.data(), got);
+                lastProgress = Clock::now();
+            }
             if (got == 0) reading.complete = true;
             if (got <= 0 || static_cast<std::size_t>(reading.bytes.size()) > largestType) {
                 close(reading.fd);

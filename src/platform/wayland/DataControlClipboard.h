@@ -18,12 +18,15 @@ namespace murmurly {
 // goes away leaves an empty snapshot and writes that do nothing.
 class DataControlClipboard final : public Clipboard {
 public:
-    // The longest a snapshot waits for the applications that own the clipboard to hand over its
-    // types; a type not complete by then is left out.
-    static constexpr std::chrono::milliseconds snapshotLimit{2000};
+    // A snapshot gives up on the owner of the clipboard once it has handed over nothing for this
+    // long (an owner that never writes), and in any case after snapshotLimit; a type not complete
+    // by then is left out. A large type that keeps coming is read to its end.
+    static constexpr std::chrono::milliseconds snapshotIdleLimit{2000};
+    static constexpr std::chrono::milliseconds snapshotLimit{20000};
     // The largest type a snapshot keeps; a bigger one is left out.
     static constexpr std::size_t largestType = 64u << 20;
-    // How long an application that asked for this program's clipboard gets to read it.
+    // How long an application that asked for this program's clipboard may go without reading
+    // before it is cut off.
     static constexpr std::chrono::milliseconds sendLimit{5000};
 
     // The types the dictated text is offered as (the last one tells clipboard managers to
