@@ -91,11 +91,11 @@ int runControl(const QString& method) {
 }
 
 int runGui(int argc, char** argv) {
-    // The keyboard, the focused window and the paste chord are X11's; without a display Qt
-    // would abort with a message about platform plugins instead.
-    if (qEnvironmentVariableIsEmpty("DISPLAY")) {
-        std::fputs("murmurly: there is no X display to run on (DISPLAY is not set). The remote-control\n"
-                   "options and the transcribe command work without one; see murmurly --help.\n",
+    // Without a display Qt would abort with a message about platform plugins instead.
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        std::fputs("murmurly: there is no display to run on (neither DISPLAY nor WAYLAND_DISPLAY is set).\n"
+                   "The remote-control options and the transcribe command work without one; see\n"
+                   "murmurly --help.\n",
                    stderr);
         return CommandLine::exitNoDisplay;
     }
@@ -237,7 +237,7 @@ QString CommandLine::helpText() {
                           "Exit status:\n"
                           "  0  done\n"
                           "  1  remote control: Murmurly is not running, or did not take the call;\n"
-                          "     without options: there is no X display\n"
+                          "     without options: there is no display (X11 or Wayland)\n"
                           "  2  the command line is wrong; transcribe: the file cannot be read, no speech\n"
                           "     model is installed for the language, or recognition failed\n");
 }

@@ -11,17 +11,19 @@ namespace murmurly {
 MurmurlyApp::MurmurlyApp(QObject* parent)
     : QObject(parent)
     , m_localModel(m_defaults, m_network)
-    , m_pasteKeys(m_defaults)
+    , m_session(DesktopSession::detect(), m_defaults)
     , m_microphone(std::make_unique<PulseCaptureDevice>())
     , m_loginItem(QCoreApplication::applicationFilePath()) {
+    if (m_session.session().kind == DesktopSession::Kind::wayland)
+        m_permissions.setKeyboardCheck([this] { return m_session.waylandKeyboardWorks(); });
     m_controller = std::make_unique<AppController>(AppServices{
         .defaults = m_defaults,
         .clock = m_clock,
-        .keyEvents = m_keyEvents,
+        .keyEvents = m_session.keyEvents(),
         .keyState = m_keyState,
         .activeApplication = m_activeApplication,
-        .clipboard = m_clipboard,
-        .pasteKeys = m_pasteKeys,
+        .clipboard = m_session.clipboard(),
+        .pasteKeys = m_session.pasteKeys(),
         .speech = m_speech,
         .microphone = std::move(m_microphone),
         .secrets = m_secrets,

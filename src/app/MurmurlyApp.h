@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/SessionServices.h"
 #include "cleanup/LocalModelServer.h"
 #include "core/SystemClock.h"
 #include "platform/linux/IniDefaults.h"
@@ -7,11 +8,8 @@
 #include "platform/linux/LinuxPermissions.h"
 #include "platform/linux/PocketsphinxBackend.h"
 #include "platform/linux/PulseCaptureDevice.h"
-#include "platform/linux/QtClipboard.h"
 #include "platform/linux/X11ActiveApplication.h"
-#include "platform/linux/X11KeyEventSource.h"
 #include "platform/linux/X11KeyState.h"
-#include "platform/linux/XTestPasteKeys.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 
 #include <QNetworkAccessManager>
@@ -25,7 +23,8 @@ class AppController;
 
 // The running program: the desktop's services and the one dictation controller that uses them,
 // built in dependency order and kept for the life of the process. Needs a QGuiApplication (the
-// clipboard) and an X display. Main thread only.
+// clipboard) and an X display or a Wayland compositor; the session's services are chosen by
+// SessionServices. Main thread only.
 class MurmurlyApp : public QObject {
     Q_OBJECT
 
@@ -35,6 +34,7 @@ public:
 
     AppController& controller() { return *m_controller; }
     Permissions& permissions() { return m_permissions; }
+    const SessionServices& session() const { return m_session; }
     LocalModelServer& localModel() { return m_localModel; }
     Clock& clock() { return m_clock; }
 
@@ -52,11 +52,9 @@ private:
     QNetworkAccessManager m_network;
     LibsecretStore m_secrets;
     LocalModelServer m_localModel;
-    X11KeyEventSource m_keyEvents;
+    SessionServices m_session; // the trigger, the clipboard and the paste chord of this session
     X11KeyState m_keyState;
     X11ActiveApplication m_activeApplication;
-    QtClipboard m_clipboard;
-    XTestPasteKeys m_pasteKeys;
     PocketsphinxBackend m_speech;
     std::unique_ptr<PulseCaptureDevice> m_microphone; // handed to the controller, which owns it
     XdgAutostartLoginItem m_loginItem;

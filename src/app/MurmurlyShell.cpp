@@ -24,6 +24,10 @@ namespace {
 
 constexpr std::chrono::milliseconds focusSettleDelay{100};
 
+PermissionsTab::ServiceRow serviceRow(const SessionServices::Description& description) {
+    return {description.title, description.detail, description.working};
+}
+
 } // namespace
 
 MurmurlyShell::MurmurlyShell(MurmurlyApp& app, QObject* parent)
@@ -63,7 +67,10 @@ void MurmurlyShell::openSettings() {
             page(SettingsTab::vocabulary, new VocabularyTab(controller, m_dialogs)),
             page(SettingsTab::history, new HistoryTab(controller, m_dialogs, m_focusReturn)),
             page(SettingsTab::usage, new UsageTab(controller.usage())),
-            page(SettingsTab::permissions, new PermissionsTab(controller, m_app.permissions())),
+            page(SettingsTab::permissions,
+                 new PermissionsTab(controller, m_app.permissions(),
+                                    {serviceRow(m_app.session().keyReadingDescription()),
+                                     serviceRow(m_app.session().textInsertionDescription())})),
         });
         // The menu's shortcuts work only while the menu is open; these make Ctrl+comma and Ctrl+Q
         // work in the window too.

@@ -21,6 +21,7 @@ constexpr int statusIconSize = 22;
 struct Row {
     QLabel* status;
     QPushButton* button;
+    QLabel* detail;
 };
 
 // Status sign, title over detail, and the action button, in one group of the tab.
@@ -51,7 +52,7 @@ Row addPermissionRow(QVBoxLayout* layout, const QString& title, const QString& d
     groupLayout->addLayout(row);
     if (!footerOut) {
         layout->addWidget(group);
-        return {status, button};
+        return {status, button, detailLabel};
     }
     // A footer sits close under its group, closer than the next group would.
     auto* section = new QWidget(parent);
@@ -68,7 +69,7 @@ Row addPermissionRow(QVBoxLayout* layout, const QString& title, const QString& d
     sectionLayout->addWidget(footerLabel);
     layout->addWidget(section);
     *footerOut = footerLabel;
-    return {status, button};
+    return {status, button, detailLabel};
 }
 
 void showStatus(QLabel* status, bool granted, const QString& title) {
@@ -82,6 +83,11 @@ void showStatus(QLabel* status, bool granted, const QString& title) {
 } // namespace
 
 PermissionsTab::PermissionsTab(AppController& controller, Permissions& permissions, QWidget* parent)
+    : PermissionsTab(controller, permissions, {}, parent) {
+}
+
+PermissionsTab::PermissionsTab(AppController& controller, Permissions& permissions,
+                               const QList<ServiceRow>& serviceRows, QWidget* parent)
     : QWidget(parent)
     , m_controller(controller)
     , m_permissions(permissions) {
@@ -99,6 +105,14 @@ PermissionsTab::PermissionsTab(AppController& controller, Permissions& permissio
                                           &footerLabel, footer);
     m_keyboardStatus = keyboard.status;
     m_keyboardButton = keyboard.button;
+    for (const ServiceRow& service : serviceRows) {
+        const Row row = addPermissionRow(layout, service.title, service.detail, this);
+        row.button->hide(); // nothing to grant: the session decides
+        showStatus(row.status, service.working, service.title);
+        row.detail->setWordWrap(true);
+        m_serviceStatuses << row.status;
+        m_serviceDetails << row.detail;
+    }
     layout->addStretch(1);
 
     connect(m_microphoneButton, &QPushButton::clicked, this, &PermissionsTab::microphoneAction);

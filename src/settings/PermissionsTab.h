@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QWidget>
 
 class QLabel;
@@ -25,7 +26,21 @@ public:
     static inline const QString footer =
         QStringLiteral("Status here updates automatically within a few seconds.");
 
+    // How the session does one of the desktop services the program needs, shown as a row of its
+    // own under the permissions (the session's choice is made at start-up and does not change).
+    struct ServiceRow {
+        QString title;
+        QString detail;
+        bool working = false;
+    };
+
     PermissionsTab(AppController& controller, Permissions& permissions, QWidget* parent = nullptr);
+    PermissionsTab(AppController& controller, Permissions& permissions, const QList<ServiceRow>& serviceRows,
+                   QWidget* parent = nullptr);
+
+    // The status signs of the service rows, in order.
+    const QList<QLabel*>& serviceStatuses() const { return m_serviceStatuses; }
+    const QList<QLabel*>& serviceDetails() const { return m_serviceDetails; }
 
     QLabel* microphoneStatus() const { return m_microphoneStatus; }
     QPushButton* microphoneButton() const { return m_microphoneButton; }
@@ -43,6 +58,8 @@ private:
     QPushButton* m_microphoneButton = nullptr;
     QLabel* m_keyboardStatus = nullptr;
     QPushButton* m_keyboardButton = nullptr;
+    QList<QLabel*> m_serviceStatuses;
+    QList<QLabel*> m_serviceDetails;
 };
 
 } // namespace murmurly

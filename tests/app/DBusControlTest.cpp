@@ -285,9 +285,9 @@ TEST_F(DBusControlTest, WithoutADisplayTheProgramSaysWhatStillWorks) {
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.err,
-              QStringLiteral("murmurly: there is no X display to run on (DISPLAY is not set). The "
-                             "remote-control\noptions and the transcribe command work without one; see "
-                             "murmurly --help.\n"));
+              QStringLiteral("murmurly: there is no display to run on (neither DISPLAY nor WAYLAND_DISPLAY "
+                             "is set).\nThe remote-control options and the transcribe command work without "
+                             "one; see\nmurmurly --help.\n"));
     EXPECT_EQ(property(QStringLiteral("State")), std::nullopt);
 }
 

@@ -12,28 +12,30 @@ namespace {
 
 constexpr int startLimitMilliseconds = 30000;
 
-QByteArray busConfig(const QString& socketDir) {
+QByteArray busConfig(const QString& socketDir, PrivateSessionBus::Access access) {
     return QStringLiteral(R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>session</type>
   <listen>unix:dir=%1</listen>
   <auth>EXTERNAL</auth>
-  <policy context="default">
+  <policy context="default">%2
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
   </policy>
 </busconfig>
 )")
-        .arg(socketDir)
+        .arg(socketDir, access == PrivateSessionBus::Access::anyUser
+                            ? QStringLiteral("\n    <allow user=\"*\"/>")
+                            : QString())
         .toUtf8();
 }
 
 } // namespace
 
-PrivateSessionBus::PrivateSessionBus() {
-    if (!start()) return;
+PrivateSessionBus::PrivateSessionBus(Access access) {
+    if (!start(access)) return;
     m_hadAddress = qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS");
     m_previousAddress = qgetenv("DBUS_SESSION_BUS_ADDRESS");
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_address.toUtf8());
@@ -48,7 +50,7 @@ PrivateSessionBus::~PrivateSessionBus() {
         qunsetenv("DBUS_SESSION_BUS_ADDRESS");
 }
 
-bool PrivateSessionBus::start() {
+bool PrivateSessionBus::start(Access access) {
     if (!m_dir.isValid()) {
         m_error = QStringLiteral("no temporary folder");
         return false;
@@ -56,8 +58,15 @@ bool PrivateSessionBus::start() {
     const QString socketDir = m_dir.filePath(QStringLiteral("bus"));
     const QString configPath = m_dir.filePath(QStringLiteral("bus.conf"));
     QDir().mkpath(socketDir);
+    if (access == Access::anyUser) {
+        // Other users must reach the socket.
+        const auto open = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup |
+                          QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
+        QFile::setPermissions(m_dir.path(), open);
+        QFile::setPermissions(socketDir, open);
+    }
     QFile config(configPath);
-    if (!config.open(QIODevice::WriteOnly) || config.write(busConfig(socketDir)) < 0) {
+    if (!config.open(QIODevice::WriteOnly) || config.write(busConfig(socketDir, access)) < 0) {
         m_error = QStringLiteral("cannot write the bus configuration");
         return false;
     }

@@ -13,7 +13,11 @@ namespace murmurly::testing {
 // object exists. Starting waits a bounded time; the daemon is stopped when the object goes away.
 class PrivateSessionBus {
 public:
-    PrivateSessionBus();
+    // Who may connect: the user running the test (as a session bus has it), or any user, for
+    // programs that a compositor running as another user starts (its key bindings).
+    enum class Access { thisUser, anyUser };
+
+    explicit PrivateSessionBus(Access access = Access::thisUser);
     ~PrivateSessionBus();
     PrivateSessionBus(const PrivateSessionBus&) = delete;
     PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
@@ -26,7 +30,7 @@ public:
     qint64 processId() const { return m_daemon.processId(); }
 
 private:
-    bool start();
+    bool start(Access access);
 
     QTemporaryDir m_dir;
     QProcess m_daemon;

@@ -2,7 +2,7 @@
 // it: a window with one line edit that has the keyboard focus. It writes one line per fact on
 // stdout and takes commands on stdin.
 //
-//   --class NAME   the window's WM_CLASS class (a terminal's, say)
+//   --class NAME   the window's WM_CLASS class (a terminal's, say), and its app id on Wayland
 //   --terminal     behave like a terminal emulator: paste on Ctrl+Shift+V, swallow Ctrl+V
 //
 // Output: "ready" once the line edit has the focus; "text BASE64" whenever its text changes;
@@ -90,7 +90,10 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     const QStringList args = app.arguments();
     const qsizetype classAt = args.indexOf(QStringLiteral("--class"));
-    if (classAt >= 0 && classAt + 1 < args.size()) QCoreApplication::setApplicationName(args.at(classAt + 1));
+    if (classAt >= 0 && classAt + 1 < args.size()) {
+        QCoreApplication::setApplicationName(args.at(classAt + 1));
+        QGuiApplication::setDesktopFileName(args.at(classAt + 1));
+    }
     const bool terminal = args.contains(QStringLiteral("--terminal"));
 
     QWidget window;

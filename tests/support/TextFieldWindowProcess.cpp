@@ -4,10 +4,23 @@
 
 namespace murmurly::testing {
 
-TextFieldWindowProcess::TextFieldWindowProcess(const QStringList& arguments) {
+namespace {
+
+QProcessEnvironment x11Environment() {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
     environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    return environment;
+}
+
+} // namespace
+
+TextFieldWindowProcess::TextFieldWindowProcess(const QStringList& arguments)
+    : TextFieldWindowProcess(arguments, x11Environment()) {
+}
+
+TextFieldWindowProcess::TextFieldWindowProcess(const QStringList& arguments,
+                                               const QProcessEnvironment& environment) {
     m_process.setProcessEnvironment(environment);
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     QObject::connect(&m_process, &QProcess::readyReadStandardOutput, [this] { readLines(); });

@@ -4,6 +4,7 @@
 #include <QList>
 #include <QPair>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -12,10 +13,13 @@
 namespace murmurly::testing {
 
 // Runs the text-field window (tests/support/TextFieldWindow.cpp) on the DISPLAY of the environment
-// and reads what it reports. Every wait runs the event loop and is bounded.
+// (or on the Wayland compositor an environment names) and reads what it reports. Every wait runs
+// the event loop and is bounded.
 class TextFieldWindowProcess {
 public:
     explicit TextFieldWindowProcess(const QStringList& arguments = {});
+    // On the display `environment` names through QT_QPA_PLATFORM and WAYLAND_DISPLAY or DISPLAY.
+    TextFieldWindowProcess(const QStringList& arguments, const QProcessEnvironment& environment);
     ~TextFieldWindowProcess();
 
     // Whether the window came up with the keyboard focus (waited for by the constructor).

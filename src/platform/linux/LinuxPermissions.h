@@ -3,6 +3,7 @@
 #include "core/Permissions.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 namespace murmurly {
@@ -26,6 +27,10 @@ public:
     LinuxPermissions(const LinuxPermissions&) = delete;
     LinuxPermissions& operator=(const LinuxPermissions&) = delete;
 
+    // On a Wayland session the compositor, not the X server, decides whether keys can be read and
+    // the paste chord posted: `check` answers instead of the X server from then on.
+    void setKeyboardCheck(std::function<bool()> check) { m_keyboardOverride = std::move(check); }
+
     bool keyboardAccess() override;
     bool requestKeyboardAccess() override;
 
@@ -39,6 +44,7 @@ private:
     struct KeyboardCheck;
 
     std::shared_ptr<KeyboardCheck> m_keyboardCheck; // the last one started
+    std::function<bool()> m_keyboardOverride;
     std::unique_ptr<PulseSourceMonitor> m_microphone;
 };
 

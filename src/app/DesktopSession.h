@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QProcessEnvironment>
+#include <QString>
+
+namespace murmurly {
+
+// The desktop session the program runs in, as the session itself tells: the environment names
+// the display servers, and a Wayland compositor lists the protocols it offers (its globals). What
+// the program can do there is read from those globals, never from the desktop's name.
+struct DesktopSession {
+    enum class Kind { x11, wayland };
+
+    Kind kind = Kind::x11;
+    QByteArray waylandDisplay; // WAYLAND_DISPLAY, on a Wayland session
+    QByteArray x11Display;     // DISPLAY (XWayland's on a Wayland session), empty when none
+    QString desktop;           // XDG_CURRENT_DESKTOP, for the log only
+    bool compositorAnswered = false;
+    QList<QByteArray> globals; // the compositor's interfaces
+
+    // Reads the environment; on a Wayland session asks the compositor for its globals (bounded).
+    static DesktopSession
+    detect(const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
+
+    bool offers(const char* interface) const { return globals.contains(QByteArray(interface)); }
+    // The data-control protocol the compositor offers, the standard one first; empty when none.
+    QByteArray dataControlProtocol() const;
+    bool offersVirtualKeyboard() const { return offers("zwp_virtual_keyboard_manager_v1"); }
+};
+
+} // namespace murmurly

@@ -1,0 +1,113 @@
+#include "app/SessionServices.h"
+
+#include "core/Log.h"
+#include "platform/linux/QtClipboard.h"
+#include "platform/linux/X11KeyEventSource.h"
+#include "platform/linux/XTestPasteKeys.h"
+#include "platform/wayland/CompositorBindingKeySource.h"
+#include "platform/wayland/DataControlClipboard.h"
+#include "platform/wayland/VirtualKeyboardPasteKeys.h"
+
+namespace murmurly {
+
+SessionServices::SessionServices(const DesktopSession& session, const Defaults& defaults)
+    : m_session(session) {
+    if (session.kind == DesktopSession::Kind::x11) {
+        m_keyEvents = std::make_unique<X11KeyEventSource>();
+        m_clipboard = std::make_unique<QtClipboard>();
+        m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults);
+    } else {
+        // No program may watch the keyboard on Wayland: the compositor's bindings call us.
+        m_keyReading = KeyReading::compositorBindings;
+        m_keyEvents = std::make_unique<CompositorBindingKeySource>();
+
+        auto dataControl = session.dataControlProtocol().isEmpty()
+                               ? nullptr
+                               : std::make_unique<DataControlClipboard>(session.waylandDisplay);
+        if (dataControl && dataControl->isAvailable()) {
+            m_clipboardAccess = ClipboardAccess::dataControl;
+            m_clipboard = std::move(dataControl);
+        } else {
+            // The compositor bridges XWayland's selection to the Wayland clipboard.
+            m_clipboard = std::make_unique<QtClipboard>();
+        }
+
+        auto keyboard = session.offersVirtualKeyboard()
+                            ? std::make_unique<VirtualKeyboardPasteKeys>(session.waylandDisplay)
+                            : nullptr;
+        if (keyboard && keyboard->isAvailable()) {
+            m_pasteChord = PasteChord::virtualKeyboard;
+            m_virtualKeyboardWorks = true;
+            m_pasteKeys = std::move(keyboard);
+        } else {
+            // XTest through XWayland: reaches X11 applications only.
+            m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults);
+        }
+    }
+    qCInfo(lcApp, "%s", qUtf8Printable(summary()));
+}
+
+SessionServices::~SessionServices() = default;
+
+bool SessionServices::waylandKeyboardWorks() const {
+    return m_virtualKeyboardWorks || !m_session.x11Display.isEmpty();
+}
+
+QString SessionServices::summary() const {
+    if (m_session.kind == DesktopSession::Kind::x11)
+        return QStringLiteral(
+            "Desktop session: X11; keys through XInput2, clipboard through the X selection, "
+            "paste chord through XTest");
+    QString line =
+        QStringLiteral("Desktop session: Wayland (%1)")
+            .arg(m_session.desktop.isEmpty() ? QStringLiteral("desktop unnamed") : m_session.desktop);
+    if (!m_session.compositorAnswered) line += QStringLiteral(", compositor did not answer");
+    line += QStringLiteral("; keys through compositor bindings to murmurly --press / --release");
+    line += m_clipboardAccess == ClipboardAccess::dataControl
+                ? QStringLiteral("; clipboard through %1")
+                      .arg(QString::fromLatin1(m_session.dataControlProtocol()))
+                : QStringLiteral("; clipboard through XWayland (no data-control)");
+    line += m_pasteChord == PasteChord::virtualKeyboard
+                ? QStringLiteral("; paste chord through zwp_virtual_keyboard_v1")
+                : QStringLiteral("; paste chord through XTest on XWayland (no virtual keyboard)");
+    return line;
+}
+
+SessionServices::Description SessionServices::keyReadingDescription() const {
+    const QString title = QStringLiteral("Trigger key");
+    if (m_keyReading == KeyReading::x11)
+        return {title, QStringLiteral("Read from the X server while Murmurly runs."), true};
+    return {title,
+            QStringLiteral("This desktop lets no program watch the keyboard. Bind a key in the desktop's "
+                           "shortcut settings: \"murmurly --press\" on press and \"murmurly --release\" on "
+                           "release (or \"murmurly --toggle\"), and Esc to \"murmurly --cancel\"."),
+            true};
+}
+
+SessionServices::Description SessionServices::textInsertionDescription() const {
+    const QString title = QStringLiteral("Typing into other apps");
+    if (m_session.kind == DesktopSession::Kind::x11)
+        return {
+            title,
+            QStringLiteral("Pasted with Ctrl+V through the X server; the clipboard is put back afterwards."),
+            true};
+    const bool dataControl = m_clipboardAccess == ClipboardAccess::dataControl;
+    const bool virtualKeyboard = m_pasteChord == PasteChord::virtualKeyboard;
+    if (dataControl && virtualKeyboard)
+        return {title,
+                QStringLiteral("Pasted with Ctrl+V through the desktop's virtual keyboard; the clipboard is "
+                               "put back afterwards."),
+                true};
+    QStringList missing;
+    if (!dataControl)
+        missing << QStringLiteral("This desktop does not let other programs use the clipboard directly; it "
+                                  "goes through XWayland, which the desktop shares with its own clipboard.");
+    if (!virtualKeyboard)
+        missing << (m_session.x11Display.isEmpty()
+                        ? QStringLiteral("This desktop offers no way for other programs to paste.")
+                        : QStringLiteral("This desktop offers no virtual keyboard: Ctrl+V goes through "
+                                         "XWayland and reaches only X11 applications."));
+    return {title, missing.join(QLatin1Char(' ')), virtualKeyboard || !m_session.x11Display.isEmpty()};
+}
+
+} // namespace murmurly

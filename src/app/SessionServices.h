@@ -1,0 +1,70 @@
+#pragma once
+
+#include "app/DesktopSession.h"
+
+#include <QString>
+
+#include <memory>
+
+namespace murmurly {
+
+class Clipboard;
+class Defaults;
+class KeyEventSource;
+class PasteKeys;
+
+// The implementations of the trigger, clipboard and paste-chord ports that this session offers,
+// chosen once at start-up, in this one place, from what the session answers (DesktopSession), and
+// logged once. On X11 the X server's; on Wayland the compositor's data-control clipboard and
+// virtual keyboard where it has them, else XWayland's, with compositor key bindings for the
+// trigger. The core sees only the ports. Main thread only.
+class SessionServices {
+public:
+    enum class KeyReading { x11, compositorBindings };
+    enum class ClipboardAccess { x11Selection, dataControl };
+    enum class PasteChord { xtest, virtualKeyboard };
+
+    // One row of the Permissions tab: how something is done here, in a plain sentence.
+    struct Description {
+        QString title;
+        QString detail;
+        bool working = false;
+    };
+
+    SessionServices(const DesktopSession& session, const Defaults& defaults);
+    ~SessionServices();
+    SessionServices(const SessionServices&) = delete;
+    SessionServices& operator=(const SessionServices&) = delete;
+
+    KeyEventSource& keyEvents() { return *m_keyEvents; }
+    Clipboard& clipboard() { return *m_clipboard; }
+    PasteKeys& pasteKeys() { return *m_pasteKeys; }
+
+    KeyReading keyReading() const { return m_keyReading; }
+    ClipboardAccess clipboardAccess() const { return m_clipboardAccess; }
+    PasteChord pasteChord() const { return m_pasteChord; }
+    const DesktopSession& session() const { return m_session; }
+
+    // Whether the trigger can be read and the chord posted, on a Wayland session; on X11 the X
+    // server's extensions decide (the permissions ask it).
+    bool waylandKeyboardWorks() const;
+
+    // The Permissions tab's rows: how keys are read, and how text is inserted.
+    Description keyReadingDescription() const;
+    Description textInsertionDescription() const;
+
+    // The log line of the choice.
+    QString summary() const;
+
+private:
+    DesktopSession m_session;
+    KeyReading m_keyReading = KeyReading::x11;
+    ClipboardAccess m_clipboardAccess = ClipboardAccess::x11Selection;
+    PasteChord m_pasteChord = PasteChord::xtest;
+    bool m_virtualKeyboardWorks = false;
+    std::unique_ptr<KeyEventSource> m_keyEvents;
+    std::unique_ptr<Clipboard> m_clipboard;
+    std::unique_ptr<PasteKeys> m_pasteKeys;
+};
+
+} // namespace murmurly

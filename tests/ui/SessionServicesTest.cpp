@@ -1,0 +1,105 @@
+// The session's choice of desktop services and what the Permissions tab says of it: an X11
+// session as before, and a Wayland session whose compositor offers neither data-control nor a
+// virtual keyboard, which still starts and says what is missing.
+#include "UiTestSupport.h"
+
+#include "MemoryDefaults.h"
+#include "app/DesktopSession.h"
+#include "app/SessionServices.h"
+#include "hotkey/KeyEventSource.h"
+#include "settings/PermissionsTab.h"
+
+#include <QLabel>
+
+#include <gtest/gtest.h>
+
+using namespace murmurly;
+using namespace murmurly::testing;
+
+namespace {
+
+class NoKeys final : public KeyEventSink {
+public:
+    bool keyEvent(KeyEvent::Type, std::uint16_t, std::uint64_t) override { return false; }
+};
+
+PermissionsTab::ServiceRow row(const SessionServices::Description& description) {
+    return {description.title, description.detail, description.working};
+}
+
+} // namespace
+
+TEST(DesktopSession, WithoutAWaylandDisplayTheSessionIsX11) {
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":5"));
+    environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland"));
+    const DesktopSession session = DesktopSession::detect(environment);
+    EXPECT_EQ(session.kind, DesktopSession::Kind::x11);
+    EXPECT_EQ(session.x11Display, QByteArray(":5"));
+}
+
+TEST(DesktopSession, ACompositorNestedInAnX11SessionLeavesItX11) {
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("wayland-9"));
+    environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));
+    EXPECT_EQ(DesktopSession::detect(environment).kind, DesktopSession::Kind::x11);
+}
+
+TEST(DesktopSession, ACompositorThatDoesNotAnswerStillMakesAWaylandSessionWithNothingOffered) {
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("/nonexistent/wayland-0"));
+    const DesktopSession session = DesktopSession::detect(environment);
+    EXPECT_EQ(session.kind, DesktopSession::Kind::wayland);
+    EXPECT_FALSE(session.compositorAnswered);
+    EXPECT_TRUE(session.dataControlProtocol().isEmpty());
+    EXPECT_FALSE(session.offersVirtualKeyboard());
+}
+
+TEST(SessionServices, AnX11SessionKeepsTheX11ServicesAndSaysSo) {
+    DesktopSession session;
+    session.x11Display = qgetenv("DISPLAY");
+    MemoryDefaults defaults;
+    SessionServices services(session, defaults);
+    EXPECT_EQ(services.keyReading(), SessionServices::KeyReading::x11);
+    EXPECT_EQ(services.clipboardAccess(), SessionServices::ClipboardAccess::x11Selection);
+    EXPECT_EQ(services.pasteChord(), SessionServices::PasteChord::xtest);
+    EXPECT_TRUE(services.textInsertionDescription().working);
+    EXPECT_EQ(
+        services.textInsertionDescription().detail,
+        QStringLiteral("Pasted with Ctrl+V through the X server; the clipboard is put back afterwards."));
+}
+
+TEST(SessionServices, AWaylandSessionWithoutDataControlOrVirtualKeyboardStartsAndSaysWhatIsMissing) {
+    DesktopSession session;
+    session.kind = DesktopSession::Kind::wayland;
+    session.compositorAnswered = true;
+    session.globals = {"wl_compositor", "wl_seat", "xdg_wm_base"};
+    MemoryDefaults defaults;
+    SessionServices services(session, defaults);
+    EXPECT_EQ(services.keyReading(), SessionServices::KeyReading::compositorBindings);
+    EXPECT_EQ(services.clipboardAccess(), SessionServices::ClipboardAccess::x11Selection);
+    EXPECT_EQ(services.pasteChord(), SessionServices::PasteChord::xtest);
+    EXPECT_FALSE(services.waylandKeyboardWorks());
+    NoKeys sink;
+    EXPECT_TRUE(services.keyEvents().start(sink)); // the compositor's bindings are the trigger
+    services.keyEvents().stop();
+
+    const SessionServices::Description insertion = services.textInsertionDescription();
+    EXPECT_FALSE(insertion.working);
+    EXPECT_TRUE(
+        insertion.detail.contains(QStringLiteral("This desktop offers no way for other programs to paste.")))
+        << insertion.detail.toStdString();
+    EXPECT_TRUE(
+        insertion.detail.contains(QStringLiteral("does not let other programs use the clipboard directly")))
+        << insertion.detail.toStdString();
+
+    ControllerHarness harness;
+    PermissionsTab tab(harness.controller(), harness.permissions,
+                       {row(services.keyReadingDescription()), row(insertion)});
+    ASSERT_EQ(tab.serviceDetails().size(), 2);
+    EXPECT_TRUE(tab.serviceDetails().at(0)->text().contains(QStringLiteral("murmurly --press")));
+    EXPECT_EQ(tab.serviceDetails().at(1)->text(), insertion.detail);
+    EXPECT_EQ(tab.serviceStatuses().at(1)->accessibleName(),
+              QStringLiteral("Typing into other apps: not granted"));
+    EXPECT_EQ(tab.serviceStatuses().at(0)->accessibleName(), QStringLiteral("Trigger key: granted"));
+}
