@@ -7,6 +7,7 @@
 #include "cleanup/OpenAICompatibleTransformer.h"
 #include "core/Defaults.h"
 
+#include <QPointer>
 #include <QtGlobal>
 
 #include <limits>
@@ -51,23 +52,41 @@ void CleanupSettings::persist() {
 }
 
 std::unique_ptr<TextTransformer> CleanupSettings::makeTransformer() const {
-    switch (m_provider) {
-    case CleanupProvider::onDevice:
+    if (m_provider == CleanupProvider::onDevice) {
         if (m_localModel.availability() != LocalLanguageModel::Availability::available) return nullptr;
         return std::make_unique<OnDeviceTransformer>(m_localModel);
-    case CleanupProvider::anthropic: {
-        const std::optional<QString> key = m_keys.value(*CleanupProviders::keychainAccount(m_provider));
-        if (!key) return nullptr;
-        return std::make_unique<AnthropicTransformer>(m_network, *key,
-                                                      CleanupProviders::defaultModel(m_provider));
     }
-    case CleanupProvider::openAICompatible: {
-        const std::optional<QString> key = m_keys.value(*CleanupProviders::keychainAccount(m_provider));
-        if (!key) return nullptr;
+    const std::optional<QString> key = m_keys.value(*CleanupProviders::keychainAccount(m_provider));
+    if (!key) return nullptr;
+    return keyedTransformer(m_provider, *key);
+}
+
+QCoro::Task<std::unique_ptr<TextTransformer>>
+CleanupSettings::makeTransformerNow(std::chrono::milliseconds keyLimit) {
+    QPointer<CleanupSettings> self(this);
+    const CleanupProvider provider = m_provider;
+    if (provider == CleanupProvider::onDevice) {
+        LocalLanguageModel& localModel = m_localModel;
+        const LocalLanguageModel::Availability availability = co_await localModel.checkAvailability();
+        if (!self || availability != LocalLanguageModel::Availability::available)
+            co_return std::unique_ptr<TextTransformer>();
+        co_return std::unique_ptr<TextTransformer>(std::make_unique<OnDeviceTransformer>(localModel));
+    }
+    const std::optional<QString> key =
+        co_await m_keys.valueWithin(*CleanupProviders::keychainAccount(provider), keyLimit);
+    if (!self || !key) co_return std::unique_ptr<TextTransformer>();
+    co_return keyedTransformer(provider, *key);
+}
+
+std::unique_ptr<TextTransformer> CleanupSettings::keyedTransformer(CleanupProvider provider,
+                                                                   const QString& key) const {
+    if (provider == CleanupProvider::anthropic)
+        return std::make_unique<AnthropicTransformer>(m_network, key,
+                                                      CleanupProviders::defaultModel(provider));
+    if (provider == CleanupProvider::openAICompatible) {
         const QString baseURL = m_openAIBaseURL.isEmpty() ? defaultOpenAIBaseURL : m_openAIBaseURL;
         return std::make_unique<OpenAICompatibleTransformer>(
-            m_network, *key, CleanupProviders::defaultModel(m_provider), baseURL);
-    }
+            m_network, key, CleanupProviders::defaultModel(provider), baseURL);
     }
     return nullptr;
 }

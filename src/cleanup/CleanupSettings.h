@@ -3,9 +3,11 @@
 #include "cleanup/CleanupProvider.h"
 #include "cleanup/TextTransformer.h"
 
+#include <QCoro/QCoroTask>
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 
 class QNetworkAccessManager;
@@ -52,6 +54,11 @@ public:
     // saved or removed takes effect at the next dictation.
     std::unique_ptr<TextTransformer> makeTransformer() const;
 
+    // The same factory as a dictation uses it, without blocking the main thread: the local
+    // model's availability is asked afresh (not the last answer), and the key is read on another
+    // thread and waited for at most `keyLimit`; a key that does not come in time counts as none.
+    QCoro::Task<std::unique_ptr<TextTransformer>> makeTransformerNow(std::chrono::milliseconds keyLimit);
+
 signals:
     void providerChanged();
     void openAIBaseURLChanged();
@@ -59,6 +66,7 @@ signals:
 
 private:
     void persist();
+    std::unique_ptr<TextTransformer> keyedTransformer(CleanupProvider provider, const QString& key) const;
 
     Defaults& m_defaults;
     KeychainStore& m_keys;

@@ -51,10 +51,11 @@ private:
 // Shared with the signal handlers, which may outlive the coroutine frame by a queued event.
 struct Transfer {
     QByteArray received;
-    qint64 discarded = 0;
     std::optional<int> status;
     bool tooLarge = false;
-    bool timedOut = false;
+    bool timedOut = false; // idle for the whole limit
+    bool overran = false;  // the whole exchange took too long
+    bool ending = false;   // a status other than 200 arrived; the reply is being aborted
 };
 
 QNetworkRequest prepared(QNetworkRequest request) {
@@ -66,8 +67,10 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     const QPointer<QNetworkReply> alive(r);
     auto transfer = std::make_shared<Transfer>();
 
-    // The idle limit restarts on every sign of progress in either direction.
+    // The idle limit restarts on every sign of progress in either direction; the exchange limit
+    // does not, so a server that keeps sending a byte now and then cannot hold the request open.
     auto* idle = new QTimer(r);
+    idle->setObjectName(QStringLiteral("idleLimit"));
     idle->setSingleShot(true);
     idle->setInterval(timeout);
     QObject::connect(idle, &QTimer::timeout, r, [r, transfer] {
@@ -75,13 +78,34 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
         transfer->timedOut = true;
         r->abort();
     });
+    auto* whole = new QTimer(r);
+    whole->setObjectName(QStringLiteral("exchangeLimit"));
+    whole->setSingleShot(true);
+    whole->setInterval(HttpExchange::exchangeLimit(timeout));
+    QObject::connect(whole, &QTimer::timeout, r, [r, transfer] {
+        if (r->isFinished()) return;
+        transfer->overran = true;
+        r->abort();
+    });
     const auto progressed = [idle] { idle->start(); };
     QObject::connect(r, &QNetworkReply::uploadProgress, idle, progressed);
     QObject::connect(r, &QNetworkReply::downloadProgress, idle, progressed);
 
+    // Any status but 200 decides the outcome by itself: the exchange ends as soon as it is known,
+    // without reading the body. The reply is aborted once the signal that told it has returned,
+    // as aborting from inside that signal makes the network stack report its error twice.
     const auto readStatus = [r, transfer] {
         const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (status.isValid()) transfer->status = status.toInt();
+        if (!status.isValid()) return;
+        transfer->status = status.toInt();
+        if (*transfer->status == 200 || transfer->ending) return;
+        transfer->ending = true;
+        QMetaObject::invokeMethod(
+            r,
+            [r] {
+                if (!r->isFinished()) r->abort();
+            },
+            Qt::QueuedConnection);
     };
     QObject::connect(r, &QNetworkReply::metaDataChanged, r, [idle, transfer, readStatus] {
         idle->start();
@@ -89,20 +113,16 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     });
     QObject::connect(r, &QNetworkReply::readyRead, r, [r, transfer, readStatus, maxBytes] {
         if (!transfer->status) readStatus();
-        if (transfer->tooLarge) return;
-        if (transfer->status == 200) {
-            transfer->received += r->read(maxBytes + 1 - transfer->received.size());
-        } else {
-            // The body of any other status is never looked at, only drained so it is not buffered.
-            transfer->discarded += r->skip(r->bytesAvailable());
-        }
-        if (transfer->received.size() > maxBytes || transfer->discarded > maxBytes) {
+        if (transfer->tooLarge || transfer->status != 200) return;
+        transfer->received += r->read(maxBytes + 1 - transfer->received.size());
+        if (transfer->received.size() > maxBytes) {
             transfer->tooLarge = true;
             r->abort();
         }
     });
 
     idle->start();
+    whole->start();
     co_await ReplyEnd(r);
     HttpExchange::Outcome outcome;
     if (!alive) {
@@ -110,6 +130,7 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
         co_return outcome;
     }
     idle->stop();
+    whole->stop();
     r->deleteLater();
 
     if (!transfer->status) readStatus();
@@ -125,6 +146,9 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
         outcome.status = *transfer->status;
     } else if (transfer->timedOut) {
         outcome.transferError = QStringLiteral("The request timed out.");
+    } else if (transfer->overran) {
+        outcome.transferError = QStringLiteral("The request did not finish within %1 ms.")
+                                    .arg(HttpExchange::exchangeLimit(timeout).count());
     } else if (r->error() != QNetworkReply::NoError) {
         outcome.transferError = r->errorString();
     } else {

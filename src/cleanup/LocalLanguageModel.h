@@ -27,8 +27,11 @@ public:
 
     virtual ~LocalLanguageModel() = default;
 
-    // The cached state; reading it never waits.
+    // The last answer; reading it never waits.
     virtual Availability availability() const = 0;
+    // Asks again now and returns the answer, which availability() holds from then on. Bounded by
+    // the time limit of the question itself.
+    virtual QCoro::Task<Availability> checkAvailability() = 0;
     // Absent when available; otherwise the text the Cleanup tab shows.
     virtual std::optional<QString> unavailableReason() const = 0;
     // Checks again in the background; availability() changes when the answer arrives.

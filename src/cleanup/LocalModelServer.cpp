@@ -103,6 +103,15 @@ void LocalModelServer::refreshAvailability() {
     refresh(round);
 }
 
+QCoro::Task<LocalLanguageModel::Availability> LocalModelServer::checkAvailability() {
+    // The shown state stays as it is while the question runs: only its answer changes it.
+    const quint64 round = ++m_round;
+    QPointer<LocalModelServer> self(this);
+    co_await refresh(round);
+    if (!self) co_return Availability::serverUnreachable;
+    co_return m_availability;
+}
+
 QCoro::Task<> LocalModelServer::refresh(quint64 round) {
     const QUrl url = urlFor(effectiveBaseURL(), QStringLiteral("/models"));
     if (url.isEmpty()) {

@@ -16,9 +16,10 @@ namespace murmurly {
 class Defaults;
 
 // The local language model as served by a local OpenAI-compatible model server (Ollama,
-// llama.cpp's server, …). Its availability is a cached state, refreshed in the background at
-// start, when either of its two preferences changes, when asked (the Cleanup tab), and after a
-// failed generation, so reading it never waits for the network.
+// llama.cpp's server, …). Its availability is the last answer of the server, asked again in the
+// background at start, when either of its two preferences changes, when asked (the Cleanup tab),
+// and after a failed generation, so reading it never waits for the network; a dictation that
+// needs the model asks again and waits for that answer (checkAvailability()).
 //
 // Preferences: "cleanupLocalBaseURL" (default http://127.0.0.1:11434/v1; stored empty means the
 // default) and "cleanupLocalModel" (default empty: the first model the server lists at
@@ -57,6 +58,7 @@ public:
     Availability availability() const override { return m_availability; }
     std::optional<QString> unavailableReason() const override;
     void refreshAvailability() override;
+    QCoro::Task<Availability> checkAvailability() override;
     QCoro::Task<Generation> generateCleanedText(QString instructions, QString userTurn) override;
 
     // The answer schema: one string member "cleanedText" with its description.

@@ -1,8 +1,15 @@
 #include "cleanup/ProviderReply.h"
 
+#include "core/JsonFields.h"
+
 namespace murmurly {
 
 std::optional<nlohmann::json> ProviderReply::parseBody(const QByteArray& body, QString& error) {
+    if (JsonFields::nestsDeeperThan(body)) {
+        error = QStringLiteral("The reply nests arrays or objects more than %1 deep.")
+                    .arg(JsonFields::maxNestingDepth);
+        return std::nullopt;
+    }
     try {
         nlohmann::json document = nlohmann::json::parse(body.constBegin(), body.constEnd());
         if (!document.is_object() && !document.is_array()) {

@@ -28,6 +28,21 @@
 
 namespace murmurly {
 
+namespace {
+
+// A speech model that cannot be loaded fails every dictation in its language alike.
+bool isModelLoadError(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const ModelLoadError&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+} // namespace
+
 // Set false when the controller goes away. Every task holds it and looks at it after each wait,
 // because a task suspended in a sleep or a network call may resume after the controller is gone.
 struct AppController::Alive {
@@ -174,6 +189,7 @@ QCoro::Task<> AppController::startDictation(SharedCompletion started) {
         const QString description = MurmurlyError::describe(failure);
         setLastError(QStringLiteral("Could not start dictation: ") + description);
         qCCritical(lcApp, "Failed to start dictation: %s", qUtf8Printable(description));
+        if (isModelLoadError(failure)) setModelStatus(ModelStatus::failed(description));
         m_audio->stop();
         if (std::unique_ptr<TranscriptionEngine> engine = std::move(m_engine)) {
             co_await engine->cancel();
@@ -228,6 +244,15 @@ QCoro::Task<> AppController::finishDictation(bool insert) {
     }
     if (!alive->value) co_return;
     engine.reset();
+    if (failure && isModelLoadError(failure)) {
+        // The model's load failed while the dictation ran: it never started recognizing.
+        const QString description = MurmurlyError::describe(failure);
+        setLastError(QStringLiteral("Could not start dictation: ") + description);
+        qCCritical(lcApp, "Failed to start dictation: %s", qUtf8Printable(description));
+        setModelStatus(ModelStatus::failed(description));
+        if (isCurrent(serial)) setState(DictationState::idle);
+        co_return;
+    }
     if (failure) {
         const QString description = MurmurlyError::describe(failure);
         setLastError(QStringLiteral("Transcription failed: ") + description);
@@ -248,7 +273,11 @@ QCoro::Task<> AppController::finishDictation(bool insert) {
     if (m_services.defaults.boolValue(cleanupEnabledKey).value_or(false)) {
         const CleanupProvider provider = m_cleanupSettings->provider();
         providerName = CleanupProviders::displayName(provider);
-        std::unique_ptr<TextTransformer> transformer = m_cleanupSettings->makeTransformer();
+        // Asked afresh, and without blocking the main thread: the local model server may have
+        // started since the last check, and the keyring may wait for an unlock.
+        std::unique_ptr<TextTransformer> transformer =
+            co_await m_cleanupSettings->makeTransformerNow(cleanupKeyLimit);
+        if (!alive->value) co_return;
         if (!transformer) {
             setLastError(QStringLiteral("Cleanup is on but the selected provider isn't configured."));
         } else {

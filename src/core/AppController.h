@@ -95,6 +95,8 @@ public:
     static constexpr std::chrono::milliseconds watchdogInterval{300};
     static constexpr std::chrono::seconds recordingLimit{300};
     static constexpr std::chrono::seconds permissionPollInterval{3};
+    // How long a dictation waits for the keyring to hand over the cleanup key.
+    static constexpr std::chrono::milliseconds cleanupKeyLimit{5000};
     // History's provider name when cleanup is off.
     static inline const QString noProviderName = QStringLiteral("\u2014");
 

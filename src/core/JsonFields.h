@@ -84,8 +84,39 @@ template <typename Json> std::optional<std::uint64_t> uint64(const Json& object,
     return std::nullopt;
 }
 
-// Parses without exceptions; a discarded value means the bytes are not one JSON document.
+// Arrays and objects nested deeper than this are refused before parsing: nothing written here
+// comes close, and a document of nothing but brackets would otherwise build one value per byte.
+inline constexpr int maxNestingDepth = 64;
+
+// Whether the bytes open more than `limit` arrays or objects inside one another, brackets inside
+// strings aside. One pass, no allocation; the bytes need not be valid JSON.
+inline bool nestsDeeperThan(const QByteArray& bytes, int limit = maxNestingDepth) {
+    int depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (const char c : bytes) {
+        if (inString) {
+            if (escaped)
+                escaped = false;
+            else if (c == '\\')
+                escaped = true;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > limit) return true;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
+// Parses without exceptions; a discarded value means the bytes are not one JSON document, or
+// one nested deeper than maxNestingDepth.
 template <typename Json = nlohmann::json> Json parse(const QByteArray& bytes) {
+    if (nestsDeeperThan(bytes)) return Json(nlohmann::json::value_t::discarded);
     return Json::parse(bytes.constBegin(), bytes.constEnd(), nullptr, false);
 }
 

@@ -6,6 +6,7 @@
 #include <unicode/unistr.h>
 
 #include <memory>
+#include <vector>
 
 namespace murmurly::TextReplacer {
 
@@ -34,7 +35,11 @@ QString escapedPattern(const QString& literal) {
     return escaped;
 }
 
-std::optional<QString> replaceMatches(const ReplacementRule& rule, const QString& text) {
+namespace {
+
+// replaceMatches(), noting in `changes` (when given) where each replacement landed in the result.
+std::optional<QString> replaceNoting(const ReplacementRule& rule, const QString& text,
+                                     std::vector<MatchPrefilter::Change>* changes) {
     if (!rule.enabled || rule.from.isEmpty()) return std::nullopt;
 
     QString patternText = escapedPattern(rule.from);
@@ -62,12 +67,19 @@ std::optional<QString> replaceMatches(const ReplacementRule& rule, const QString
         if (!matched) result.reserve(text.size() + rule.to.size());
         matched = true;
         result.append(QStringView(text).mid(copied, start - copied));
+        if (changes) changes->push_back({result.size(), rule.to.size()});
         result.append(rule.to);
         copied = end;
     }
     if (!matched || U_FAILURE(status)) return std::nullopt;
     result.append(QStringView(text).mid(copied));
     return result;
+}
+
+} // namespace
+
+std::optional<QString> replaceMatches(const ReplacementRule& rule, const QString& text) {
+    return replaceNoting(rule, text, nullptr);
 }
 
 QString applyEveryRule(const QList<ReplacementRule>& rules, const QString& text) {
@@ -80,14 +92,16 @@ QString applyEveryRule(const QList<ReplacementRule>& rules, const QString& text)
 QString apply(const QList<ReplacementRule>& rules, const QString& text) {
     QString current = text;
     MatchPrefilter prefilter(rules);
+    std::vector<MatchPrefilter::Change> changes;
     for (const ReplacementRule& rule : rules) {
         if (!rule.enabled || rule.from.isEmpty()) continue;
         // Only rules whose `from` occurs in the text (up to case) can match; the rest are skipped
         // without compiling a pattern, which gives the same result as running them.
         if (!prefilter.mayMatch(rule, current)) continue;
-        if (auto replaced = replaceMatches(rule, current)) {
+        changes.clear();
+        if (auto replaced = replaceNoting(rule, current, &changes)) {
             current = std::move(*replaced);
-            prefilter.textChanged();
+            prefilter.textChanged(current, changes);
         }
     }
     return current;

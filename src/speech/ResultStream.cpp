@@ -54,6 +54,15 @@ void ResultStream::fail(const QString& description) {
     resumeReaderLocked(lock);
 }
 
+void ResultStream::failToLoad(const QString& description) {
+    std::unique_lock lock(m_mutex);
+    if (m_ended || m_cancelled) return;
+    m_ended = true;
+    m_failure = description;
+    m_failedToLoad = true;
+    resumeReaderLocked(lock);
+}
+
 void ResultStream::cancel() {
     std::unique_lock lock(m_mutex);
     if (m_cancelled) return;
@@ -87,6 +96,7 @@ QCoro::Task<std::optional<TranscriptionResult>> ResultStream::next() {
         m_queue.pop_front();
         co_return result;
     }
+    if (m_failure && m_failedToLoad) throw ModelLoadError(*m_failure);
     if (m_failure) throw RecognitionError(*m_failure);
     co_return std::nullopt;
 }

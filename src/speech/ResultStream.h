@@ -23,6 +23,14 @@ public:
         : std::runtime_error(description.toStdString()) {}
 };
 
+// The recognizer's model could not be loaded: no dictation in that language can start until the
+// model is fixed. Thrown by a session's start() when the load has already failed, and by
+// ResultStream::next() when it fails while a dictation runs.
+class ModelLoadError : public RecognitionError {
+public:
+    using RecognitionError::RecognitionError;
+};
+
 // The results of one recognizer session, carried from the recognizer thread to the thread that
 // created the stream (the main thread), where a coroutine reads them in order. Writers may be on
 // any thread; the reader is resumed through its thread's event loop, never inside a writer.
@@ -34,6 +42,8 @@ public:
     void yield(TranscriptionResult result);
     void finish();
     void fail(const QString& description);
+    // fail() for a recognizer whose model could not be loaded: next() throws ModelLoadError.
+    void failToLoad(const QString& description);
 
     // Reader side: stops reading. A waiting next() returns nothing and later results are dropped.
     void cancel();
@@ -54,6 +64,7 @@ private:
     bool m_ended = false;
     bool m_cancelled = false;
     std::optional<QString> m_failure;
+    bool m_failedToLoad = false;
     std::coroutine_handle<> m_reader;
 };
 

@@ -71,7 +71,7 @@ TranscriptionEngine::TranscriptionEngine(SpeechBackend& backend, Clock& clock, c
     , m_clock(clock)
     , m_language(language)
     , m_session(backend.makeSession(language))
-    , m_finalizedText(std::make_shared<QString>()) {
+    , m_reading(std::make_shared<Reading>()) {
 }
 
 TranscriptionEngine::~TranscriptionEngine() {
@@ -82,19 +82,22 @@ TranscriptionEngine::~TranscriptionEngine() {
 
 QCoro::Task<std::shared_ptr<AnalyzerInputStream>> TranscriptionEngine::start() {
     m_inputContinuation = std::make_shared<AnalyzerInputStream>();
-    m_recognitionTask.emplace(consumeResults(m_session->results(), m_finalizedText));
+    m_recognitionTask.emplace(consumeResults(m_session->results(), m_reading));
     std::shared_ptr<AnalyzerInputStream> input = m_inputContinuation;
     co_await m_session->start(input);
     co_return input;
 }
 
 QCoro::Task<> TranscriptionEngine::consumeResults(std::shared_ptr<ResultStream> results,
-                                                  std::shared_ptr<QString> text) {
+                                                  std::shared_ptr<Reading> reading) {
     try {
         while (std::optional<TranscriptionResult> result = co_await results->next()) {
             // Segments carry their own spacing: joined as delivered, trimmed once at the end.
-            if (result->isFinal) text->append(result->text);
+            if (result->isFinal) reading->text.append(result->text);
         }
+    } catch (const ModelLoadError& e) {
+        reading->loadFailure = QString::fromUtf8(e.what());
+        qCCritical(lcApp, "Transcriber model failed to load: %s", e.what());
     } catch (const std::exception& e) {
         qCCritical(lcApp, "Transcriber results stream failed: %s", e.what());
     }
@@ -118,7 +121,7 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
         m_session->cancelAndFinishNow();
     }
 
-    if (!m_recognitionTask) co_return m_finalizedText->trimmed();
+    if (!m_recognitionTask) co_return m_reading->text.trimmed();
 
     bool timedOut = false;
     try {
@@ -129,7 +132,8 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
     }
     if (timedOut) m_session->results()->cancel();
     m_recognitionTask.reset();
-    co_return m_finalizedText->trimmed();
+    if (m_reading->loadFailure) throw ModelLoadError(*m_reading->loadFailure);
+    co_return m_reading->text.trimmed();
 }
 
 QCoro::Task<> TranscriptionEngine::cancel() {

@@ -44,7 +44,8 @@ public:
 
     // Ends the audio, lets the recognizer settle (bounded by finalizeLimit, then
     // resultsWaitLimit) and returns the finalised text trimmed of surrounding whitespace; it may
-    // be empty. Failures of the recognizer are logged, not thrown.
+    // be empty. Failures of the recognizer are logged, not thrown, except a model that could not
+    // be loaded (ModelLoadError): nothing was recognized, and the next dictation would fail too.
     QCoro::Task<QString> finish();
 
     // Abandons the dictation.
@@ -58,7 +59,12 @@ public:
 
 private:
     static QCoro::Task<> withTimeout(Clock& clock, std::chrono::milliseconds limit, QCoro::Task<> operation);
-    static QCoro::Task<> consumeResults(std::shared_ptr<ResultStream> results, std::shared_ptr<QString> text);
+    struct Reading {
+        QString text;
+        std::optional<QString> loadFailure;
+    };
+    static QCoro::Task<> consumeResults(std::shared_ptr<ResultStream> results,
+                                        std::shared_ptr<Reading> reading);
 
     SpeechBackend& m_backend;
     Clock& m_clock;
@@ -67,7 +73,7 @@ private:
     std::shared_ptr<AnalyzerInputStream> m_inputContinuation;
     std::optional<QCoro::Task<>> m_recognitionTask;
     // Shared with the results reader, which may outlive a wait that gave up on it.
-    std::shared_ptr<QString> m_finalizedText;
+    std::shared_ptr<Reading> m_reading;
 };
 
 } // namespace murmurly

@@ -79,6 +79,7 @@ public:
         : backend({debianModels},
                   [this](const PocketsphinxModel& model) {
                       gate.waitOpen();
+                      if (failLoad) throw std::runtime_error("The model files are damaged.");
                       auto decoder = std::make_shared<PocketsphinxDecoder>(model);
                       loadEnded = true;
                       return decoder;
@@ -94,6 +95,7 @@ public:
 
     Gate gate;
     std::atomic<bool> loadEnded{false};
+    std::atomic<bool> failLoad{false};
     PocketsphinxBackend backend;
 
 private:
@@ -261,4 +263,36 @@ TEST(PocketsphinxBackend, LibriVoxSentencesFedAsBuffersAreRecognizedAsWellAsByPo
         ours.rate(), ours.errors, ours.referenceWords, reference.rate(), reference.errors,
         reference.referenceWords);
     EXPECT_LE(ours.rate(), reference.rate() + 3.0);
+}
+
+TEST(PocketsphinxBackend, AModelThatFailedToLoadCannotStartADictation) {
+    PocketsphinxBackend backend({debianModels},
+                                [](const PocketsphinxModel&) -> std::shared_ptr<PocketsphinxDecoder> {
+                                    throw std::runtime_error("The acoustic model could not be read.");
+                                });
+    backend.prepare(QStringLiteral("en-US"));
+    EXPECT_THROW(backend.decoder(QStringLiteral("en-US")), std::runtime_error); // the load has ended
+    auto session = backend.makeSession(QStringLiteral("en-US"));
+    try {
+        runTask(session->start(std::make_shared<AnalyzerInputStream>()));
+        FAIL() << "start should have thrown";
+    } catch (const ModelLoadError& e) {
+        EXPECT_STREQ(e.what(), "The acoustic model could not be read.");
+    }
+}
+
+TEST(PocketsphinxBackend, AModelLoadFailingWhileTheDictationRunsEndsItWithThatError) {
+    GatedBackend gated;
+    gated.failLoad = true;
+    SystemClock clock;
+    TranscriptionEngine engine(gated.backend, clock, QStringLiteral("en-US"));
+    std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
+    feed(*input, std::vector<std::int16_t>(16000, 0));
+    gated.gate.open();
+    try {
+        runTask(engine.finish());
+        FAIL() << "finish should have thrown";
+    } catch (const ModelLoadError& e) {
+        EXPECT_STREQ(e.what(), "The model files are damaged.");
+    }
 }

@@ -23,6 +23,14 @@ public:
     Availability availability() const override { return state; }
     std::optional<QString> unavailableReason() const override { return reasonText(state, baseURL); }
     void refreshAvailability() override { ++refreshes; }
+    // What asking again finds; the state stays as it is when unset.
+    std::optional<Availability> foundOnCheck;
+    int checks = 0;
+    QCoro::Task<Availability> checkAvailability() override {
+        ++checks;
+        if (foundOnCheck) state = *foundOnCheck;
+        co_return state;
+    }
 
     QCoro::Task<Generation> generateCleanedText(QString instructions, QString userTurn) override {
         instructionsSeen.append(instructions);

@@ -25,6 +25,8 @@ struct FakeSessionScript {
     bool endResultsOnFinalize = true;
     bool endResultsOnCancel = true;
     std::optional<QString> startError;
+    // A start that fails because the model could not be loaded.
+    std::optional<QString> modelLoadError;
     // A start that waits until the test calls releaseStart() on the session.
     bool startWaits = false;
 };
@@ -55,6 +57,7 @@ public:
             if (m_destroyed) co_return;
         }
         if (m_script.startError) throw std::runtime_error(m_script.startError->toStdString());
+        if (m_script.modelLoadError) throw ModelLoadError(*m_script.modelLoadError);
         m_started = true;
     }
 

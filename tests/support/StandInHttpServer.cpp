@@ -7,6 +7,8 @@
 
 #include <sys/socket.h>
 
+#include <memory>
+
 namespace murmurly::testing {
 
 namespace {
@@ -144,10 +146,17 @@ void StandInHttpServer::answer(QTcpSocket* socket, const Response& response) {
     QByteArray head =
         "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
     head += "Content-Type: " + response.contentType + "\r\n";
+    for (const auto& [name, value] : response.headers)
+        head += name + ": " + value + "\r\n";
     head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
     head += "Connection: close\r\n\r\n";
     socket->write(head);
 
+    if (response.dripIntervalMilliseconds > 0) {
+        socket->flush();
+        drip(socket, body, response.dripIntervalMilliseconds);
+        return;
+    }
     if (response.resetAfterBodyBytes >= 0) {
         socket->write(body.left(response.resetAfterBodyBytes));
         socket->flush();
@@ -160,6 +169,23 @@ void StandInHttpServer::answer(QTcpSocket* socket, const Response& response) {
     }
     socket->write(body);
     socket->disconnectFromHost();
+}
+
+void StandInHttpServer::drip(QTcpSocket* socket, QByteArray body, int intervalMilliseconds) {
+    // The timer belongs to the socket, so a client that gives up ends the drip with it.
+    auto* timer = new QTimer(socket);
+    timer->setInterval(intervalMilliseconds);
+    auto sent = std::make_shared<qsizetype>(0);
+    connect(timer, &QTimer::timeout, socket, [socket, timer, body, sent] {
+        if (*sent >= body.size()) {
+            timer->stop();
+            socket->disconnectFromHost();
+            return;
+        }
+        socket->write(body.mid((*sent)++, 1));
+        socket->flush();
+    });
+    timer->start();
 }
 
 } // namespace murmurly::testing

@@ -16,8 +16,9 @@ namespace murmurly::testing {
 
 // An HTTP/1.1 server on 127.0.0.1 standing in for a provider's API. It records every request
 // (method, path, headers in the order sent, body) and answers each with the Response the test
-// chose: any status and body, a body of any size, a delay, a stall that never answers, or a
-// connection reset part-way through the body. One request per connection; answers close it.
+// chose: any status, headers and body, a body of any size, a delay, a stall that never answers, a
+// body dripped one byte at a time, or a connection reset part-way through the body. One request
+// per connection; answers close it.
 class StandInHttpServer : public QObject {
     Q_OBJECT
 
@@ -43,7 +44,11 @@ public:
         bool stall = false;
         // When not negative: announce the full length, send this many body bytes, then reset.
         qint64 resetAfterBodyBytes = -1;
+        // When positive: announce the full length, then send the body one byte per interval.
+        int dripIntervalMilliseconds = 0;
         QByteArray contentType = "application/json";
+        // Sent after Content-Type, in this order (for example a Location).
+        QList<QPair<QByteArray, QByteArray>> headers;
     };
 
     explicit StandInHttpServer(QObject* parent = nullptr);
@@ -72,6 +77,7 @@ private:
     void accept();
     void readFrom(QTcpSocket* socket);
     void answer(QTcpSocket* socket, const Response& response);
+    void drip(QTcpSocket* socket, QByteArray body, int intervalMilliseconds);
 
     QTcpServer m_server;
     Response m_response;

@@ -342,6 +342,44 @@ TEST_F(AppControllerTest, RecognizerThatCannotStartGivesCouldNotStartDictation) 
     EXPECT_EQ(*h.speech.liveSessions, 0);
 }
 
+TEST_F(AppControllerTest, ModelThatFailedToLoadGivesCouldNotStartDictationAndMarksTheModelFailed) {
+    h.speech.script.modelLoadError = QStringLiteral("The acoustic model folder has no mdef file.");
+    controller();
+    h.settle();
+    ASSERT_TRUE(controller().modelStatus().isReady());
+    controller().pttPressed();
+    h.settle();
+    EXPECT_EQ(controller().state(), DictationState::idle);
+    EXPECT_EQ(controller().lastErrorText(),
+              QStringLiteral("Could not start dictation: The acoustic model folder has no mdef file."));
+    EXPECT_EQ(controller().modelStatus(),
+              ModelStatus::failed(QStringLiteral("The acoustic model folder has no mdef file.")));
+    EXPECT_EQ(controller().modelStatus().message,
+              QStringLiteral("The acoustic model folder has no mdef file."));
+    // The trigger does nothing more until the model is checked again.
+    controller().pttPressed();
+    EXPECT_EQ(controller().state(), DictationState::idle);
+}
+
+TEST_F(AppControllerTest,
+       ModelLoadFailingDuringTheDictationGivesCouldNotStartDictationAndMarksTheModelFailed) {
+    controller();
+    h.settle();
+    controller().pttPressed();
+    h.advance(1s);
+    ASSERT_EQ(controller().state(), DictationState::recording);
+    ASSERT_TRUE(h.session());
+    h.session()->results()->failToLoad(QStringLiteral("The language model file is truncated."));
+    controller().pttReleased();
+    h.advance(1s);
+    EXPECT_EQ(controller().state(), DictationState::idle);
+    EXPECT_TRUE(pasted.isEmpty());
+    EXPECT_EQ(controller().lastErrorText(),
+              QStringLiteral("Could not start dictation: The language model file is truncated."));
+    EXPECT_EQ(controller().modelStatus().message, QStringLiteral("The language model file is truncated."));
+    EXPECT_FALSE(controller().modelStatus().isReady());
+}
+
 TEST_F(AppControllerTest, MicrophoneThatCannotStartGivesCouldNotStartDictation) {
     controller();
     h.microphone->failStartWith(QStringLiteral("No microphone is connected."));
@@ -482,6 +520,29 @@ TEST_F(AppControllerTest, SuccessfulCleanupIsInsertedRecordedAndCounted) {
     EXPECT_EQ(history().first().providerName, QStringLiteral("On-Device (local)"));
     EXPECT_EQ(history().first().cleanedText, QStringLiteral("Hello, world."));
     EXPECT_FALSE(controller().lastError());
+}
+
+TEST_F(AppControllerTest, OnDeviceCleanupAsksTheModelAgainWhenADictationNeedsIt) {
+    h.defaults.setBool(AppController::cleanupEnabledKey, true);
+    h.localModel.next = {QStringLiteral("Hello, world."), {}};
+    // The model server was down at the last check and has started since.
+    h.localModel.state = LocalLanguageModel::Availability::serverUnreachable;
+    h.localModel.foundOnCheck = LocalLanguageModel::Availability::available;
+    controller();
+    const int checksBefore = h.localModel.checks;
+    hold(1s);
+    EXPECT_EQ(h.localModel.checks, checksBefore + 1);
+    EXPECT_EQ(pasted, QStringList{QStringLiteral("Hello, world. ")});
+    EXPECT_FALSE(controller().lastError());
+
+    // And the other way round: gone since the last check.
+    h.localModel.foundOnCheck = LocalLanguageModel::Availability::serverUnreachable;
+    hold(1s);
+    EXPECT_EQ(h.localModel.checks, checksBefore + 2);
+    EXPECT_EQ(pasted.last(), QStringLiteral("hello world "));
+    EXPECT_EQ(controller().lastErrorText(),
+              QStringLiteral("Cleanup is on but the selected provider isn't configured."));
+    EXPECT_EQ(h.localModel.userTurnsSeen.size(), 1);
 }
 
 TEST_F(AppControllerTest, FailedCleanupInsertsTheRawTranscriptAndCountsNothing) {

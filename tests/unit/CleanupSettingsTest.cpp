@@ -2,6 +2,7 @@
 #include "FakeLocalLanguageModel.h"
 #include "MemoryDefaults.h"
 #include "MemorySecretStore.h"
+#include "RunTask.h"
 #include "cleanup/AnthropicTransformer.h"
 #include "cleanup/KeychainStore.h"
 #include "cleanup/OnDeviceTransformer.h"
@@ -178,4 +179,35 @@ TEST_F(CleanupSettingsTest, PublishedValuesAreQtProperties) {
     EXPECT_EQ(settings->property("keyRevision").toLongLong(), 0);
     settings->setProvider(CleanupProvider::openAICompatible);
     EXPECT_EQ(settings->property("provider").value<CleanupProvider>(), CleanupProvider::openAICompatible);
+}
+
+TEST_F(CleanupSettingsTest, ForADictationTheLocalModelIsAskedAgainNotTakenFromTheLastAnswer) {
+    auto settings = make();
+    localModel.state = LocalLanguageModel::Availability::serverUnreachable;
+    localModel.foundOnCheck = LocalLanguageModel::Availability::available;
+    EXPECT_FALSE(settings->makeTransformer()); // the last answer
+    auto made = murmurly::testing::runBounded(settings->makeTransformerNow(std::chrono::seconds(5)));
+    ASSERT_TRUE(made.finished);
+    EXPECT_TRUE(*made.value);
+    EXPECT_EQ(localModel.checks, 1);
+
+    localModel.foundOnCheck = LocalLanguageModel::Availability::noModel;
+    made = murmurly::testing::runBounded(settings->makeTransformerNow(std::chrono::seconds(5)));
+    ASSERT_TRUE(made.finished);
+    EXPECT_FALSE(*made.value);
+    EXPECT_EQ(localModel.checks, 2);
+}
+
+TEST_F(CleanupSettingsTest, ForADictationTheKeyIsReadAsTheFactoryReadsIt) {
+    auto settings = make();
+    settings->setProvider(CleanupProvider::anthropic);
+    auto made = murmurly::testing::runBounded(settings->makeTransformerNow(std::chrono::seconds(5)));
+    ASSERT_TRUE(made.finished);
+    EXPECT_FALSE(*made.value);
+    ASSERT_TRUE(keys.set(QStringLiteral("sk-ant"), QStringLiteral("anthropic-api-key")));
+    made = murmurly::testing::runBounded(settings->makeTransformerNow(std::chrono::seconds(5)));
+    ASSERT_TRUE(made.finished);
+    auto* anthropic = dynamic_cast<AnthropicTransformer*>(made.value->get());
+    ASSERT_NE(anthropic, nullptr);
+    EXPECT_EQ(anthropic->apiKey(), QStringLiteral("sk-ant"));
 }

@@ -362,3 +362,23 @@ TEST_F(HistoryStoreTest, AnEntryReplacedFromOutsideIsWrittenWithItsNewText) {
     ASSERT_TRUE(saved);
     EXPECT_EQ(*saved, QList<HistoryEntry>{edited});
 }
+
+TEST_F(HistoryStoreTest, FileNestedMoreThan64DeepLoadsAsAnEmptyHistory) {
+    const auto file = [](int extraDepth) {
+        // The array and the entry are the first two levels; the reader ignores "note".
+        return R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","timestamp":1.5,"rawText":"hi",)"
+               R"("providerName":"x","note":)" +
+               QByteArray(extraDepth, '[') + QByteArray(extraDepth, ']') + "}]";
+    };
+    writeFile(file(62));
+    {
+        HistoryStore store(defaults, clock, path);
+        ASSERT_EQ(store.entries().size(), 1);
+        EXPECT_EQ(store.entries().first().rawText, QStringLiteral("hi"));
+    }
+    for (const QByteArray& deep : {file(63), QByteArray(4 * 1024 * 1024, '[')}) {
+        writeFile(deep);
+        HistoryStore store(defaults, clock, path);
+        EXPECT_TRUE(store.entries().isEmpty()) << deep.left(40).constData();
+    }
+}

@@ -1,21 +1,29 @@
+#include "FakeLocalLanguageModel.h"
 #include "LogCapture.h"
+#include "MemoryDefaults.h"
+#include "MemorySecretStore.h"
 #include "RunTask.h"
 #include "StandInHttpServer.h"
 #include "cleanup/AnthropicTransformer.h"
 #include "cleanup/CleanupPrompt.h"
+#include "cleanup/CleanupSettings.h"
+#include "cleanup/HttpExchange.h"
+#include "cleanup/KeychainStore.h"
 #include "cleanup/OpenAICompatibleTransformer.h"
 #include "core/JsonFields.h"
 #include "core/Log.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QHostAddress>
 #include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPointer>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QSslServer>
 #include <QSslSocket>
 #include <QTcpServer>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -24,6 +32,8 @@
 using namespace murmurly;
 using namespace std::chrono_literals;
 using murmurly::testing::LogCapture;
+using murmurly::testing::MemoryDefaults;
+using murmurly::testing::MemorySecretStore;
 using murmurly::testing::runBounded;
 using murmurly::testing::StandInHttpServer;
 using Response = StandInHttpServer::Response;
@@ -45,6 +55,10 @@ QByteArray chatReply(const QByteArray& contentJson, const QByteArray& extra = {}
            contentJson + R"(},"finish_reason":"stop"}])" + extra + "}";
 }
 
+// Long enough that no answer of the stand-in, however busy the machine, is overtaken by it: only
+// the cases about time limits use a short one.
+constexpr std::chrono::milliseconds unhurried = 30s;
+
 // Every hostile or broken answer a provider might give, each of which must end in no result.
 struct HostileCase {
     const char* name;
@@ -52,6 +66,27 @@ struct HostileCase {
     // The one log line expected after the provider's prefix ("… request failed: " or "… error "),
     // or empty when the failure is silent.
     const char* expectedLog;
+    std::chrono::milliseconds timeout = unhurried;
+};
+
+// Hands every request to the real transport, sent to `target` when that is set, and keeps the
+// request as the transformer made it and the reply the transport returned.
+class RecordingNetwork : public QNetworkAccessManager {
+public:
+    QUrl target;
+    QList<QNetworkRequest> requests;
+    QList<QPointer<QNetworkReply>> replies;
+
+protected:
+    QNetworkReply* createRequest(Operation operation, const QNetworkRequest& request,
+                                 QIODevice* outgoing) override {
+        requests.append(request);
+        QNetworkRequest sent = request;
+        if (!target.isEmpty()) sent.setUrl(target);
+        QNetworkReply* reply = QNetworkAccessManager::createRequest(operation, sent, outgoing);
+        replies.append(reply);
+        return reply;
+    }
 };
 
 Response respond(int status, QByteArray body) {
@@ -65,7 +100,11 @@ Response respond(int status, QByteArray body) {
 
 class HttpTransformerTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(server.start()); }
+    void SetUp() override {
+        ASSERT_TRUE(server.start());
+        ASSERT_TRUE(elsewhere.start());
+        elsewhere.setJsonResponse(200, "{}");
+    }
 
     std::optional<TransformResult> run(TextTransformer& transformer, std::chrono::milliseconds limit = 10s) {
         auto outcome = runBounded(transformer.transform(transcript, prompt), limit);
@@ -91,29 +130,46 @@ protected:
         resetMidBody.resetAfterBodyBytes = validReply.size() / 2;
         Response huge = respond(200, R"({"cleaned_text":")");
         huge.bodySize = 50 * 1024 * 1024;
+        // Each redirect points at another server, which must never see the request (or the key).
+        const auto redirect = [&](int status) {
+            Response response = respond(status, validReply);
+            response.headers.append({"Location", elsewhere.url(QStringLiteral("/v1/messages")).toUtf8()});
+            return response;
+        };
+        // A body that keeps coming, one byte at a time, for far longer than any limit.
+        Response dripAfter500 = respond(500, R"({"error":"overloaded"})");
+        dripAfter500.bodySize = 100000;
+        dripAfter500.dripIntervalMilliseconds = 50;
         return {
             {"non-JSON", respond(200, "<html><body>Bad gateway</body></html>"), "request failed: "},
             {"truncated JSON", respond(200, validReply.left(validReply.size() - 3)), "request failed: "},
             {"bare string", respond(200, R"("hello")"), "request failed: "},
             {"invalid UTF-8", respond(200, "{\"cleaned_text\":\"caf\xc3\x28\"}"), "request failed: "},
+            {"nested 4 MiB deep", respond(200, QByteArray(4 * 1024 * 1024, '[')),
+             "request failed: The reply nests arrays or objects more than 64 deep."},
             {"array at top level", respond(200, "[" + validReply + "]"), ""},
             {"empty object", respond(200, "{}"), ""},
-            {"stall past the timeout", stall, "request failed: The request timed out."},
+            {"stall past the timeout", stall, "request failed: The request timed out.", 400ms},
             {"reset mid-body", resetMidBody, "request failed: "},
             {"50 MiB body", huge, "request failed: The reply body is larger than 4194304 bytes."},
             {"status 201", respond(201, validReply), "error 201"},
-            {"status 301", respond(301, validReply), "error 301"},
+            {"status 301", redirect(301), "error 301"},
+            {"status 302", redirect(302), "error 302"},
+            {"status 307", redirect(307), "error 307"},
+            {"status 308", redirect(308), "error 308"},
             {"status 400", respond(400, R"({"error":"bad"})"), "error 400"},
             {"status 401", respond(401, R"({"error":"unauthorized"})"), "error 401"},
             {"status 429", respond(429, R"({"error":"slow down"})"), "error 429"},
             {"status 500", respond(500, "oops"), "error 500"},
+            {"status 500, body dripping", dripAfter500, "error 500"},
             {"status 529", respond(529, R"({"error":"overloaded"})"), "error 529"},
         };
     }
 
-    void expectEveryHostileReplyFails(const std::function<std::unique_ptr<TextTransformer>()>& make,
-                                      const QByteArray& validReply, const QString& prefix,
-                                      const std::vector<std::pair<const char*, QByteArray>>& wrongShapes) {
+    void expectEveryHostileReplyFails(
+        const std::function<std::unique_ptr<TextTransformer>(std::chrono::milliseconds)>& make,
+        const QByteArray& validReply, const QString& prefix,
+        const std::vector<std::pair<const char*, QByteArray>>& wrongShapes) {
         std::vector<HostileCase> cases = hostileCases(validReply);
         for (const auto& [name, body] : wrongShapes)
             cases.push_back({name, respond(200, body), ""});
@@ -121,11 +177,10 @@ protected:
             SCOPED_TRACE(hostile.name);
             server.setResponse(hostile.response);
             LogCapture log;
-            QElapsedTimer elapsed;
-            elapsed.start();
-            auto transformer = make();
-            EXPECT_EQ(run(*transformer), std::nullopt);
-            EXPECT_LT(elapsed.elapsed(), 5000);
+            auto transformer = make(hostile.timeout);
+            // Every case ends by its own doing long before this: a status, the end of the body, a
+            // limit. Only a transformer that never finishes reaches it.
+            EXPECT_EQ(run(*transformer, 4 * unhurried), std::nullopt);
             const QStringList lines = log.appMessages();
             if (QByteArray(hostile.expectedLog).isEmpty()) {
                 EXPECT_TRUE(lines.isEmpty()) << lines.join(QLatin1Char('\n')).toStdString();
@@ -140,18 +195,96 @@ protected:
                 EXPECT_EQ(log.lines().constLast().type, QtCriticalMsg);
             }
         }
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(elsewhere.requests().isEmpty()) << "a redirect was followed";
     }
 
+    // A 200 whose body comes one byte at a time, each well within the idle limit, for far longer
+    // than the whole exchange may last: the exchange limit ends it.
+    void expectADrippingReplyEndsAtTheExchangeLimit(
+        const std::function<std::unique_ptr<TextTransformer>(std::chrono::milliseconds)>& make,
+        const QByteArray& validReply, const QString& prefix) {
+        Response drip = respond(200, validReply);
+        drip.bodySize = 100000;
+        drip.dripIntervalMilliseconds = 20;
+        server.setResponse(drip);
+        const std::chrono::milliseconds timeout = 2s;
+        LogCapture log;
+        auto transformer = make(timeout);
+        EXPECT_EQ(run(*transformer, 4 * unhurried), std::nullopt);
+        ASSERT_EQ(log.appMessages().size(), 1) << log.allText().toStdString();
+        // Only a machine so loaded that a 20 ms drip stalls for the whole idle limit would end it
+        // by that limit instead; either way the exchange is over, and it failed.
+        const QStringList limits = {
+            prefix + QStringLiteral("request failed: The request did not finish within 4000 ms."),
+            prefix + QStringLiteral("request failed: The request timed out.")};
+        EXPECT_TRUE(limits.contains(log.appMessages()[0])) << log.appMessages()[0].toStdString();
+        EXPECT_EQ(HttpExchange::exchangeLimit(timeout), 4000ms);
+    }
+
+    // The transformer as the settings build it for a dictation, talking to a server that never
+    // answers: the transport's two limits are the production ones, and the idle one ends it.
+    void expectTheProductionLimitsAreInForce(CleanupProvider provider, std::chrono::milliseconds idleLimit,
+                                             const QString& prefix) {
+        MemoryDefaults defaults;
+        MemorySecretStore secrets;
+        KeychainStore keys(secrets);
+        murmurly::testing::FakeLocalLanguageModel localModel;
+        RecordingNetwork recording;
+        CleanupSettings settings(defaults, keys, localModel, recording);
+        settings.setProvider(provider);
+        ASSERT_TRUE(keys.set(apiKey, *CleanupProviders::keychainAccount(provider)));
+        if (provider == CleanupProvider::anthropic)
+            recording.target = QUrl(server.url(QStringLiteral("/v1/messages"))); // instead of the real host
+        else
+            settings.setOpenAIBaseURL(server.url(QStringLiteral("/v1")));
+        Response stall;
+        stall.stall = true;
+        server.setResponse(stall);
+
+        std::unique_ptr<TextTransformer> transformer = settings.makeTransformer();
+        ASSERT_TRUE(transformer);
+        LogCapture log;
+        auto outcome = std::make_shared<std::optional<std::optional<TransformResult>>>();
+        auto task = [](std::unique_ptr<TextTransformer> t,
+                       std::shared_ptr<std::optional<std::optional<TransformResult>>> out) -> QCoro::Task<> {
+            out->emplace(co_await t->transform(transcript, prompt));
+        }(std::move(transformer), outcome);
+        ASSERT_TRUE(murmurly::testing::waitUntil([&] { return !server.requests().isEmpty(); }));
+        ASSERT_EQ(recording.requests.size(), 1);
+        if (provider == CleanupProvider::anthropic) {
+            EXPECT_EQ(recording.requests[0].url(), AnthropicTransformer::endpoint());
+        }
+        ASSERT_TRUE(recording.replies[0]);
+        auto* idle = recording.replies[0]->findChild<QTimer*>(QStringLiteral("idleLimit"));
+        auto* whole = recording.replies[0]->findChild<QTimer*>(QStringLiteral("exchangeLimit"));
+        ASSERT_TRUE(idle && whole);
+        EXPECT_TRUE(idle->isActive());
+        EXPECT_EQ(idle->intervalAsDuration(), idleLimit);
+        EXPECT_TRUE(whole->isActive());
+        EXPECT_EQ(whole->intervalAsDuration(), 2 * idleLimit);
+        EXPECT_TRUE(outcome->has_value() == false); // still waiting for the server
+
+        // Let the idle limit run out now instead of in many seconds: it is the one that ends it.
+        idle->start(0);
+        ASSERT_TRUE(murmurly::testing::waitUntil([&] { return outcome->has_value(); }));
+        EXPECT_EQ(**outcome, std::nullopt);
+        EXPECT_EQ(log.appMessages(),
+                  QStringList{prefix + QStringLiteral("request failed: The request timed out.")});
+    }
+
+    StandInHttpServer elsewhere;
     QNetworkAccessManager network;
     StandInHttpServer server;
 };
 
 // ---- Anthropic -------------------------------------------------------------------------------
 
-TEST_F(HttpTransformerTest, AnthropicEndpointAndTimeoutAreTheFixedOnes) {
+TEST_F(HttpTransformerTest, AnthropicGoesToTheFixedEndpointWith15SecondsIdleAnd30InAll) {
     EXPECT_EQ(AnthropicTransformer::endpoint().toString(),
               QStringLiteral("https://api.anthropic.com/v1/messages"));
-    EXPECT_EQ(AnthropicTransformer::defaultTimeout, 15s);
+    expectTheProductionLimitsAreInForce(CleanupProvider::anthropic, 15s,
+                                        QStringLiteral("Anthropic cleanup "));
 }
 
 TEST_F(HttpTransformerTest, AnthropicRequestIsAPostWithTheThreeHeadersInOrder) {
@@ -265,8 +398,8 @@ TEST_F(HttpTransformerTest, AnthropicRefusalYieldsAbsentEvenWithATextBlock) {
 
 TEST_F(HttpTransformerTest, AnthropicHostileRepliesYieldAbsentWithTheRightLog) {
     expectEveryHostileReplyFails(
-        [this] { return anthropic(400ms); }, anthropicReply(R"("{\"cleaned_text\":\"Hi there.\"}")"),
-        QStringLiteral("Anthropic cleanup "),
+        [this](std::chrono::milliseconds timeout) { return anthropic(timeout); },
+        anthropicReply(R"("{\"cleaned_text\":\"Hi there.\"}")"), QStringLiteral("Anthropic cleanup "),
         {
             {"content not an array", R"({"content":"{\"cleaned_text\":\"x\"}"})"},
             {"content element not an object",
@@ -281,6 +414,12 @@ TEST_F(HttpTransformerTest, AnthropicHostileRepliesYieldAbsentWithTheRightLog) {
             {"cleaned_text object", anthropicReply(R"("{\"cleaned_text\":{\"a\":1}}")")},
             {"cleaned_text blank", anthropicReply(R"("{\"cleaned_text\":\" \\n \"}")")},
         });
+}
+
+TEST_F(HttpTransformerTest, AnthropicReplyDrippingForeverEndsAtTwiceTheTimeout) {
+    expectADrippingReplyEndsAtTheExchangeLimit(
+        [this](std::chrono::milliseconds timeout) { return anthropic(timeout); },
+        anthropicReply(R"("{\"cleaned_text\":\"Hi there.\"}")"), QStringLiteral("Anthropic cleanup "));
 }
 
 TEST_F(HttpTransformerTest, AnthropicBodyOfExactly4MiBIsReadAndOneByteMoreIsNot) {
@@ -335,8 +474,8 @@ TEST_F(HttpTransformerTest, AnthropicRefusesAServerWhoseCertificateIsNotTrusted)
     LogCapture log;
     AnthropicTransformer transformer(
         network, apiKey, QStringLiteral("claude-haiku-4-5"),
-        QUrl(QStringLiteral("https://127.0.0.1:%1/v1/messages").arg(tls.serverPort())), 3s);
-    EXPECT_EQ(run(transformer), std::nullopt);
+        QUrl(QStringLiteral("https://127.0.0.1:%1/v1/messages").arg(tls.serverPort())), unhurried);
+    EXPECT_EQ(run(transformer, 2 * unhurried), std::nullopt);
     ASSERT_EQ(log.appMessages().size(), 1) << log.allText().toStdString();
     EXPECT_TRUE(log.appMessages()[0].startsWith(QStringLiteral("Anthropic cleanup request failed: ")));
     EXPECT_TRUE(log.appMessages()[0].contains(QStringLiteral("certificate"), Qt::CaseInsensitive))
@@ -364,8 +503,9 @@ TEST_F(HttpTransformerTest, RequestWhoseNetworkManagerGoesAwayEndsWithoutAResult
 
 // ---- OpenAI-compatible ------------------------------------------------------------------------
 
-TEST_F(HttpTransformerTest, OpenAITimeoutIs20Seconds) {
-    EXPECT_EQ(OpenAICompatibleTransformer::defaultTimeout, 20s);
+TEST_F(HttpTransformerTest, OpenAIWaits20SecondsIdleAnd40InAll) {
+    expectTheProductionLimitsAreInForce(CleanupProvider::openAICompatible, 20s,
+                                        QStringLiteral("OpenAI-compatible cleanup "));
 }
 
 TEST_F(HttpTransformerTest, OpenAIBaseUrlWithAndWithoutTrailingSlashGivesTheSameRequestUrl) {
@@ -476,8 +616,8 @@ TEST_F(HttpTransformerTest, OpenAI401YieldsAbsentAndOneErrorLogWith401) {
 
 TEST_F(HttpTransformerTest, OpenAIHostileRepliesYieldAbsentWithTheRightLog) {
     expectEveryHostileReplyFails(
-        [this] { return openAI(400ms); }, chatReply(R"("{\"cleaned_text\":\"Hi there.\"}")"),
-        QStringLiteral("OpenAI-compatible cleanup "),
+        [this](std::chrono::milliseconds timeout) { return openAI(timeout); },
+        chatReply(R"("{\"cleaned_text\":\"Hi there.\"}")"), QStringLiteral("OpenAI-compatible cleanup "),
         {
             {"choices not an array", R"({"choices":{"message":{"content":"x"}}})"},
             {"message not an object", R"({"choices":[{"message":"x"}]})"},
@@ -491,6 +631,12 @@ TEST_F(HttpTransformerTest, OpenAIHostileRepliesYieldAbsentWithTheRightLog) {
             {"cleaned_text object", chatReply(R"("{\"cleaned_text\":{}}")")},
             {"cleaned_text blank", chatReply(R"("{\"cleaned_text\":\"\"}")")},
         });
+}
+
+TEST_F(HttpTransformerTest, OpenAIReplyDrippingForeverEndsAtTwiceTheTimeout) {
+    expectADrippingReplyEndsAtTheExchangeLimit(
+        [this](std::chrono::milliseconds timeout) { return openAI(timeout); },
+        chatReply(R"("{\"cleaned_text\":\"Hi there.\"}")"), QStringLiteral("OpenAI-compatible cleanup "));
 }
 
 // ---- Neither key nor transcript in any log ---------------------------------------------------
@@ -517,12 +663,14 @@ TEST_F(HttpTransformerTest, NeitherKeyNorTranscriptAppearsInAnyLogAtTheMostVerbo
     };
     for (const Response& reply : replies) {
         server.setResponse(reply);
+        // Only the stall waits for a limit; every other reply ends the exchange by itself.
+        const std::chrono::milliseconds timeout = reply.stall ? 300ms : unhurried;
         AnthropicTransformer a(network, key, QStringLiteral("claude-haiku-4-5"),
-                               QUrl(server.url(QStringLiteral("/v1/messages"))), 300ms);
+                               QUrl(server.url(QStringLiteral("/v1/messages"))), timeout);
         OpenAICompatibleTransformer o(network, key, QStringLiteral("gpt-4o-mini"),
-                                      server.url(QStringLiteral("/v1")), 300ms);
-        auto first = runBounded(a.transform(words, CleanupPrompt::system));
-        auto second = runBounded(o.transform(words, CleanupPrompt::system));
+                                      server.url(QStringLiteral("/v1")), timeout);
+        auto first = runBounded(a.transform(words, CleanupPrompt::system), 2 * unhurried);
+        auto second = runBounded(o.transform(words, CleanupPrompt::system), 2 * unhurried);
         EXPECT_TRUE(first.finished && second.finished);
     }
     const QString all = log.allText();

@@ -50,12 +50,14 @@ protected:
         });
     }
 
-    std::unique_ptr<LocalModelServer> make(std::chrono::milliseconds generationTimeout = 5s) {
-        return std::make_unique<LocalModelServer>(defaults, network, nullptr, 2s, generationTimeout);
+    // Limits long enough that no answer of the stand-in, however busy the machine, is overtaken
+    // by them; only the stalled generation below waits for one.
+    std::unique_ptr<LocalModelServer> make(std::chrono::milliseconds generationTimeout = 30s) {
+        return std::make_unique<LocalModelServer>(defaults, network, nullptr, 30s, generationTimeout);
     }
 
     // A server whose availability check has been answered.
-    std::unique_ptr<LocalModelServer> settled(std::chrono::milliseconds generationTimeout = 5s) {
+    std::unique_ptr<LocalModelServer> settled(std::chrono::milliseconds generationTimeout = 30s) {
         auto model = make(generationTimeout);
         EXPECT_TRUE(waitUntil([&] { return model->availability() != Availability::unchecked; }));
         return model;
@@ -227,17 +229,35 @@ TEST_F(LocalModelServerTest, FailedGenerationsAreLoggedAndTriggerACheck) {
     };
     for (const auto& [reply, expected] : cases) {
         SCOPED_TRACE(expected.toStdString());
-        auto model = settled(300ms);
+        auto model = settled(reply.stall ? 300ms : 30s);
         ASSERT_EQ(model->availability(), Availability::available);
         const qsizetype checksBefore = modelListRequests();
         generation = reply;
         LogCapture log;
         OnDeviceTransformer transformer(*model);
-        auto outcome = runBounded(transformer.transform(QStringLiteral("um"), CleanupPrompt::system), 5s);
+        auto outcome = runBounded(transformer.transform(QStringLiteral("um"), CleanupPrompt::system), 60s);
         ASSERT_TRUE(outcome.finished);
         EXPECT_EQ(*outcome.value, std::nullopt);
         EXPECT_EQ(log.appMessages(), QStringList{expected});
         EXPECT_TRUE(waitUntil([&] { return modelListRequests() == checksBefore + 1; }));
         EXPECT_TRUE(waitUntil([&] { return model->availability() == Availability::available; }));
     }
+}
+
+TEST_F(LocalModelServerTest, AskingAgainFindsAServerThatStartedSinceTheLastCheck) {
+    models = json(500, "starting");
+    auto model = settled();
+    ASSERT_EQ(model->availability(), Availability::serverUnreachable);
+    models = json(200, R"({"data":[{"id":"llama3.2:3b"}]})");
+    auto outcome = runBounded(model->checkAvailability(), 60s);
+    ASSERT_TRUE(outcome.finished);
+    EXPECT_EQ(*outcome.value, Availability::available);
+    EXPECT_EQ(model->availability(), Availability::available);
+    EXPECT_EQ(modelListRequests(), 2);
+
+    models = json(500, "stopped");
+    outcome = runBounded(model->checkAvailability(), 60s);
+    ASSERT_TRUE(outcome.finished);
+    EXPECT_EQ(*outcome.value, Availability::serverUnreachable);
+    EXPECT_EQ(model->availability(), Availability::serverUnreachable);
 }

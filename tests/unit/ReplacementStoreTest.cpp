@@ -176,3 +176,37 @@ TEST(ReplacementStore, ChangesAreSignalled) {
     EXPECT_EQ(enabled.count(), 1);
     EXPECT_EQ(rules.count(), 1);
 }
+
+TEST(ReplacementStore, ImportNestedMoreThan64DeepIsRefusedAndLeavesTheRulesAlone) {
+    MemoryDefaults defaults;
+    ReplacementStore store(defaults);
+    store.setRules({rule("a", "b")});
+    const auto file = [](int extraDepth) {
+        // The array and the rule object are the first two levels; the readers ignore "note".
+        return R"([{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","from":"x","to":"y","matchWholeWord":true,)"
+               R"("caseSensitive":false,"enabled":true,"note":)" +
+               QByteArray(extraDepth, '[') + QByteArray(extraDepth, ']') + "}]";
+    };
+    ASSERT_TRUE(store.importJSON(file(62)));
+    EXPECT_EQ(store.rules().size(), 1);
+    EXPECT_EQ(store.rules().first().from, QStringLiteral("x"));
+
+    EXPECT_FALSE(store.importJSON(file(63)));
+    EXPECT_FALSE(store.importJSON(QByteArray(4 * 1024 * 1024, '[')));
+    ASSERT_EQ(store.rules().size(), 1);
+    EXPECT_EQ(store.rules().first().from, QStringLiteral("x"));
+}
+
+TEST(ReplacementStore, BracketsInsideRuleTextAreNotNesting) {
+    MemoryDefaults defaults;
+    ReplacementStore store(defaults);
+    ReplacementRule brackets =
+        rule(QString(100, QLatin1Char('[')) + QStringLiteral("\"{"), QStringLiteral("]"));
+    store.setRules({brackets});
+    const std::optional<QByteArray> exported = store.exportJSON();
+    ASSERT_TRUE(exported);
+    store.setRules({});
+    ASSERT_TRUE(store.importJSON(*exported));
+    ASSERT_EQ(store.rules().size(), 1);
+    EXPECT_EQ(store.rules().first(), brackets);
+}

@@ -76,3 +76,25 @@ TEST(TextReplacerIdentity, SameResultWithManyRulesAndLongerFroms) {
             << "round " << round;
     }
 }
+
+TEST(TextReplacerIdentity, SameResultWithFromsLongerThanTheIndexedPiecesAndNearMisses) {
+    std::mt19937 rng(99);
+    for (int round = 0; round < 200; ++round) {
+        QList<ReplacementRule> rules = randomRules(rng, 30);
+        const QString text = randomText(rng, 40, 300);
+        // Long entries cut from the text, some with one character changed, so that most of their
+        // pieces occur in the text and only one does not.
+        for (int i = 0; i < 10; ++i) {
+            const qsizetype length = 9 + static_cast<qsizetype>(rng() % 60u);
+            const qsizetype start = static_cast<qsizetype>(rng() % static_cast<unsigned>(text.size()));
+            QString from = text.mid(start, length);
+            if (i % 2 == 1 && !from.isEmpty()) {
+                const qsizetype at = static_cast<qsizetype>(rng() % static_cast<unsigned>(from.size()));
+                from[at] = from[at] == QLatin1Char('a') ? QLatin1Char('b') : QLatin1Char('a');
+            }
+            rules[i * 3].from = from;
+        }
+        ASSERT_EQ(TextReplacer::apply(rules, text), TextReplacer::applyEveryRule(rules, text))
+            << "round " << round;
+    }
+}

@@ -1,4 +1,5 @@
 #include "output/TextReplacer.h"
+#include "output/SubstringIndex.h"
 
 #include <gtest/gtest.h>
 
@@ -142,4 +143,37 @@ TEST(TextReplacer, RangesAreUtf16SoTextAroundEmojiSurvives) {
 TEST(TextReplacer, EscapedPatternBackslashesEveryAsciiPunctuationCharacter) {
     EXPECT_EQ(TextReplacer::escapedPattern(QStringLiteral("a.b*c")), QStringLiteral("a\\.b\\*c"));
     EXPECT_EQ(TextReplacer::escapedPattern(QString::fromUtf8("ü ß")), QString::fromUtf8("ü ß"));
+}
+
+TEST(SubstringIndex, EverySubstringOfTheTextMayBeContainedWhateverItsLength) {
+    const std::u16string text = u"the quick brown fox jumps over the lazy dog, then the dog sleeps";
+    SubstringIndex index;
+    index.build(text, 1000);
+    for (std::size_t start = 0; start < text.size(); ++start)
+        for (std::size_t length = 1; start + length <= text.size(); ++length)
+            ASSERT_TRUE(index.mayContain(std::u16string_view(text).substr(start, length)))
+                << start << "+" << length;
+}
+
+TEST(SubstringIndex, StringsThatAreNotInTheTextAreRuledOut) {
+    const std::u16string text = u"the quick brown fox jumps over the lazy dog, then the dog sleeps";
+    SubstringIndex index;
+    index.build(text, 1000);
+    for (const std::u16string_view absent :
+         {u"cat", u"quick brown cat", u"the lazy dog, then the cat sleeps", u"xyz", u"dogs",
+          u"the quick brown fox jumps over the lazy dog, then the dog sleeps!"})
+        EXPECT_FALSE(index.mayContain(absent)) << std::string(absent.begin(), absent.end());
+}
+
+TEST(SubstringIndex, MemoryPerCharacterStaysSmallWhateverTheLongestNeedle) {
+    std::u16string text;
+    for (int i = 0; text.size() < 100000; ++i)
+        text += u"word" + std::u16string(1, static_cast<char16_t>(u'a' + i % 26)) + u" ";
+    SubstringIndex index;
+    for (const std::size_t longest :
+         {std::size_t(4), std::size_t(32), std::size_t(40), std::size_t(100000)}) {
+        index.build(text, longest);
+        EXPECT_LE(index.memoryUsed(), SubstringIndex::bytesPerCharacter * text.size()) << longest;
+    }
+    EXPECT_LE(SubstringIndex::bytesPerCharacter, 64u);
 }

@@ -180,3 +180,39 @@ TEST(ProviderReply, NumberTooLargeForAnyTypeIsAParseErrorNotACrash) {
                   QStringLiteral("The reply holds a JSON number out of range."));
     }
 }
+
+namespace {
+
+// An array nested `depth` deep, as the value of a member the readers ignore.
+QByteArray nested(int depth) {
+    return QByteArray(depth, '[') + QByteArray(depth, ']');
+}
+
+} // namespace
+
+TEST(ProviderReply, MembersNestedMoreThan64DeepMakeTheReplyUnparsable) {
+    const QByteArray reply = R"({"content":[{"type":"text","text":"{\"cleaned_text\":\"Hi.\"}"}],"extra":)";
+    // The reply object itself is the first level.
+    const auto deepest = AnthropicMessages::parseReply(reply + nested(63) + "}");
+    EXPECT_EQ(deepest.kind, Kind::cleaned);
+    const auto tooDeep = AnthropicMessages::parseReply(reply + nested(64) + "}");
+    EXPECT_EQ(tooDeep.kind, Kind::unparsable);
+    EXPECT_EQ(tooDeep.error, QStringLiteral("The reply nests arrays or objects more than 64 deep."));
+}
+
+TEST(ProviderReply, FourMiBOfOpeningBracketsIsRefusedAsTooDeep) {
+    const QByteArray brackets(4 * 1024 * 1024, '[');
+    for (const ProviderReply& reply :
+         {AnthropicMessages::parseReply(brackets), ChatCompletions::parseReply(brackets)}) {
+        EXPECT_EQ(reply.kind, Kind::unparsable);
+        EXPECT_EQ(reply.error, QStringLiteral("The reply nests arrays or objects more than 64 deep."));
+    }
+}
+
+TEST(ProviderReply, BracketsInsideStringsDoNotCountAsNesting) {
+    const QByteArray brackets = "{{{{" + QByteArray(200, '[');
+    const auto reply = AnthropicMessages::parseReply(
+        R"({"content":[{"type":"text","text":"{\"cleaned_text\":\")" + brackets + R"(\\\"\"}"}]})");
+    ASSERT_EQ(reply.kind, Kind::cleaned) << reply.error.toStdString();
+    EXPECT_EQ(reply.result->text, QString::fromLatin1(brackets + '"'));
+}

@@ -6,6 +6,8 @@
 
 #include "platform/linux/LibsecretStore.h"
 
+#include "core/OffThread.h"
+
 #include <memory>
 
 namespace murmurly {
@@ -101,6 +103,15 @@ std::optional<QByteArray> LibsecretStore::read(const QString& service, const QSt
     QByteArray secret(bytes, static_cast<qsizetype>(length));
     secret_value_unref(value);
     return secret;
+}
+
+QCoro::Task<std::optional<QByteArray>>
+LibsecretStore::readWithin(const QString& service, const QString& account, std::chrono::milliseconds limit) {
+    // The store holds no state: the thread reads through one of its own, which it owns.
+    const std::optional<std::optional<QByteArray>> read =
+        co_await OffThread::resultWithin<std::optional<QByteArray>>(
+            [service, account] { return LibsecretStore().read(service, account); }, limit);
+    co_return read ? *read : std::nullopt;
 }
 
 bool LibsecretStore::add(const QString& service, const QString& account, const QByteArray& secret) {

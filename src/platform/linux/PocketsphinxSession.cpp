@@ -27,7 +27,14 @@ PocketsphinxSession::~PocketsphinxSession() {
 
 QCoro::Task<> PocketsphinxSession::start(std::shared_ptr<AnalyzerInputStream> input) {
     // Never waits: a decoder still loading is waited for on the session's own thread, while the
-    // first buffers queue up.
+    // first buffers queue up. One whose load has already failed cannot start.
+    if (m_decoder->isFinished() && m_decoder->hasFailed()) {
+        try {
+            m_decoder->get();
+        } catch (const std::exception& e) {
+            throw ModelLoadError(QString::fromUtf8(e.what()));
+        }
+    }
     m_input = std::move(input);
     m_thread = std::thread([this] { run(); });
     co_return;
@@ -69,7 +76,7 @@ void PocketsphinxSession::run() {
         // its audio queues up. A cancel stops the wait; the load goes on without this session.
         decoder = m_decoder->getUnless([this] { return m_cancelRequested.load(); });
     } catch (const std::exception& e) {
-        m_results->fail(QString::fromUtf8(e.what()));
+        m_results->failToLoad(QString::fromUtf8(e.what()));
         ended();
         return;
     }
