@@ -19,6 +19,8 @@ QByteArray reasonPhrase(int status) {
         return "Created";
     case 301:
         return "Moved Permanently";
+    case 302:
+        return "Found";
     case 400:
         return "Bad Request";
     case 401:
@@ -89,6 +91,7 @@ void StandInHttpServer::accept() {
         m_buffers.insert(socket, {});
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readFrom(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            ++m_closedConnections;
             m_buffers.remove(socket);
             socket->deleteLater();
         });
@@ -145,8 +148,15 @@ void StandInHttpServer::answer(QTcpSocket* socket, const Response& response) {
         "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
     head += "Content-Type: " + response.contentType + "\r\n";
     head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    for (const auto& [name, value] : response.extraHeaders)
+        head += name + ": " + value + "\r\n";
     head += "Connection: close\r\n\r\n";
     socket->write(head);
+
+    if (response.dripIntervalMilliseconds > 0) {
+        drip(socket, body, response.dripIntervalMilliseconds);
+        return;
+    }
 
     if (response.resetAfterBodyBytes >= 0) {
         socket->write(body.left(response.resetAfterBodyBytes));
@@ -160,6 +170,20 @@ void StandInHttpServer::answer(QTcpSocket* socket, const Response& response) {
     }
     socket->write(body);
     socket->disconnectFromHost();
+}
+
+void StandInHttpServer::drip(QTcpSocket* socket, QByteArray rest, int intervalMilliseconds) {
+    if (rest.isEmpty()) {
+        socket->disconnectFromHost();
+        return;
+    }
+    socket->write(rest.left(1));
+    socket->flush();
+    QPointer<QTcpSocket> guarded(socket);
+    QTimer::singleShot(intervalMilliseconds, this, [this, guarded, rest, intervalMilliseconds] {
+        if (guarded && guarded->state() == QAbstractSocket::ConnectedState)
+            drip(guarded, rest.mid(1), intervalMilliseconds);
+    });
 }
 
 } // namespace murmurly::testing

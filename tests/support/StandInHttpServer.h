@@ -44,6 +44,10 @@ public:
         // When not negative: announce the full length, send this many body bytes, then reset.
         qint64 resetAfterBodyBytes = -1;
         QByteArray contentType = "application/json";
+        // When positive, the body is sent one byte at a time with this pause between bytes.
+        int dripIntervalMilliseconds = 0;
+        // Further header lines, sent after the standard ones (a redirect's Location, …).
+        QList<QPair<QByteArray, QByteArray>> extraHeaders;
     };
 
     explicit StandInHttpServer(QObject* parent = nullptr);
@@ -64,6 +68,8 @@ public:
     }
 
     const QList<Request>& requests() const { return m_requests; }
+    // Connections that have ended, whichever side ended them.
+    int closedConnections() const { return m_closedConnections; }
 
 signals:
     void requestReceived();
@@ -72,12 +78,14 @@ private:
     void accept();
     void readFrom(QTcpSocket* socket);
     void answer(QTcpSocket* socket, const Response& response);
+    void drip(QTcpSocket* socket, QByteArray rest, int intervalMilliseconds);
 
     QTcpServer m_server;
     Response m_response;
     std::function<Response(const Request&)> m_responder;
     QList<Request> m_requests;
     QHash<QTcpSocket*, QByteArray> m_buffers;
+    int m_closedConnections = 0;
 };
 
 } // namespace murmurly::testing
