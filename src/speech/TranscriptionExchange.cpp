@@ -46,6 +46,17 @@ private:
     QMetaObject::Connection m_destroyed;
 };
 
+// Aborts from the event loop rather than inside one of the reply's own signals, where Qt would
+// report the abort's error a second time.
+void abortSoon(QNetworkReply* reply) {
+    QMetaObject::invokeMethod(
+        reply,
+        [reply] {
+            if (!reply->isFinished()) reply->abort();
+        },
+        Qt::QueuedConnection);
+}
+
 // Written by the reply's signal handlers.
 struct Progress {
     QByteArray received;
@@ -78,13 +89,13 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         progress->status = status.toInt();
         // Nothing but a 200 body is ever looked at, so the rest is not even received.
         if (*progress->status != 200) {
-            r->abort();
+            abortSoon(r);
             return;
         }
         const QVariant length = r->header(QNetworkRequest::ContentLengthHeader);
         if (length.isValid() && length.toLongLong() > maxBytes) {
             progress->tooLarge = true;
-            r->abort();
+            abortSoon(r);
         }
     });
     QObject::connect(r, &QNetworkReply::readyRead, r, [r, progress, maxBytes] {
@@ -92,7 +103,7 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         progress->received += r->read(maxBytes + 1 - progress->received.size());
         if (progress->received.size() > maxBytes) {
             progress->tooLarge = true;
-            r->abort();
+            abortSoon(r);
         }
     });
 
