@@ -60,6 +60,13 @@ struct Parser {
                                               "chosen in the settings. If that fails, the text is printed "
                                               "as recognized, with a warning.")};
 
+    QCommandLineOption engine{
+        QStringLiteral("engine"),
+        QStringLiteral("With transcribe: on-device, or server to ask the transcription server set in the "
+                       "settings, with the on-device text as the fallback (default: the engine chosen in "
+                       "the settings)."),
+        QStringLiteral("ENGINE")};
+
     Parser() {
         parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
         parser.addOption(help);
@@ -71,6 +78,7 @@ struct Parser {
         }
         parser.addOption(language);
         parser.addOption(cleanup);
+        parser.addOption(engine);
     }
 };
 
@@ -172,8 +180,9 @@ CommandLine::Invocation CommandLine::parse(const QStringList& arguments) {
         return fail(QStringLiteral("give only one of --press, --release, --toggle, --cancel and --settings"));
     if (!methods.isEmpty() && transcribing)
         return fail(QStringLiteral("%1 cannot be combined with the transcribe command").arg(given.first()));
-    if (!transcribing && (p.parser.isSet(p.language) || p.parser.isSet(p.cleanup)))
-        return fail(QStringLiteral("--language and --cleanup go with the transcribe command"));
+    if (!transcribing &&
+        (p.parser.isSet(p.language) || p.parser.isSet(p.cleanup) || p.parser.isSet(p.engine)))
+        return fail(QStringLiteral("--language, --cleanup and --engine go with the transcribe command"));
 
     if (transcribing) {
         if (positional.size() < 2) return fail(QStringLiteral("transcribe needs the WAV file to read"));
@@ -189,6 +198,15 @@ CommandLine::Invocation CommandLine::parse(const QStringList& arguments) {
             invocation.transcribe.language = language;
         }
         invocation.transcribe.cleanup = p.parser.isSet(p.cleanup);
+        if (p.parser.isSet(p.engine)) {
+            const QString engine = p.parser.value(p.engine).trimmed();
+            if (engine == QLatin1String("on-device"))
+                invocation.transcribe.engine = SpeechEngineKind::onDevice;
+            else if (engine == QLatin1String("server"))
+                invocation.transcribe.engine = SpeechEngineKind::server;
+            else
+                return fail(QStringLiteral("--engine is on-device or server, not \"%1\"").arg(engine));
+        }
         return invocation;
     }
     if (!methods.isEmpty()) {
@@ -208,7 +226,7 @@ QString CommandLine::helpText() {
     options = options.left(options.indexOf(QStringLiteral("\nArguments:"))).trimmed();
 
     return QStringLiteral("Usage: murmurly [OPTION]\n"
-                          "       murmurly transcribe FILE [--language ID] [--cleanup]\n"
+                          "       murmurly transcribe FILE [--language ID] [--engine ENGINE] [--cleanup]\n"
                           "\n"
                           "Murmurly is push-to-talk dictation for the desktop. Hold the trigger key (Right\n"
                           "Alt unless you chose another), speak, and let go: what you said is typed into\n"
@@ -224,7 +242,10 @@ QString CommandLine::helpText() {
                           "  transcribe FILE  Print the text spoken in the WAV recording FILE (integer PCM\n"
                           "                   of 8 to 32 bits or floating point, any rate and number of\n"
                           "                   channels) with your replacements applied. Needs no display,\n"
-                          "                   no microphone and no running Murmurly.\n"
+                          "                   no microphone and no running Murmurly. With --engine\n"
+                          "                   server the recording is sent to your transcription server\n"
+                          "                   (unless it holds no speech); if that fails, the on-device\n"
+                          "                   text is printed, with a warning.\n"
                           "\n"
                           "Remote control:\n"
                           "  --press, --release, --toggle, --cancel and --settings act on the Murmurly\n"

@@ -15,6 +15,7 @@
 #include "speech/LanguageTag.h"
 #include "speech/MurmurlyError.h"
 #include "speech/TranscriptionEngine.h"
+#include "speech/TranscriptionSettings.h"
 #include "speech/WavFile.h"
 
 #include <QDeadlineTimer>
@@ -117,15 +118,27 @@ QCoro::Task<int> TranscribeCommand::run(Options options, std::FILE* out, std::FI
         co_return exitFailure;
     }
 
+    // The transcription server, when asked for; its key comes from the keyring.
+    QNetworkAccessManager network;
+    LibsecretStore secrets;
+    KeychainStore keys(secrets);
+    TranscriptionSettings transcription(defaults, keys, network);
+    const SpeechEngineKind engine = options.engine.value_or(transcription.engine());
+    std::shared_ptr<TranscriptionServer> server;
+    if (engine == SpeechEngineKind::server) server = transcription.makeConfiguredServer();
+
     SystemClock clock;
     FileTranscriber transcriber(backend, clock);
     QString text;
     std::exception_ptr failure;
     try {
-        text = co_await transcriber.transcribe(wav->audio(), *model);
+        text = co_await transcriber.transcribe(wav->audio(), *model, server);
     } catch (...) {
         failure = std::current_exception();
     }
+    if (transcriber.serverFailure())
+        say(QStringLiteral("The transcription server failed: %1 Printing the on-device transcript.")
+                .arg(*transcriber.serverFailure()));
     if (failure) {
         say(QStringLiteral("Transcription failed: %1").arg(MurmurlyError::describe(failure)));
         co_return exitFailure;

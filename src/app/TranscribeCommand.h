@@ -1,5 +1,7 @@
 #pragma once
 
+#include "speech/SpeechEngineKind.h"
+
 #include <QCoro/QCoroTask>
 #include <QString>
 
@@ -18,6 +20,7 @@ public:
         QString file;
         std::optional<QString> language; // else the "dictationLocale" preference, else en-US
         bool cleanup = false;
+        std::optional<SpeechEngineKind> engine; // else the "speechEngine" preference
     };
 
     static constexpr int exitSuccess = 0;

@@ -20,6 +20,7 @@
 #include "speech/AudioInput.h"
 #include "speech/MurmurlyError.h"
 #include "speech/TranscriptionEngine.h"
+#include "speech/TranscriptionSettings.h"
 
 #include <QPointer>
 #include <QUuid>
@@ -61,6 +62,8 @@ AppController::AppController(AppServices services, QObject* parent)
     m_replacements = std::make_unique<ReplacementStore>(defaults);
     m_cleanupSettings =
         std::make_unique<CleanupSettings>(defaults, *m_keychain, m_services.localModel, m_services.network);
+    m_transcriptionSettings =
+        std::make_unique<TranscriptionSettings>(defaults, *m_keychain, m_services.network);
     m_usage = std::make_unique<UsageTracker>(defaults);
     m_history = std::make_unique<HistoryStore>(defaults, m_services.clock, m_services.historyFilePath);
     m_hotkeyMonitor = std::make_unique<HotkeyMonitor>(m_services.keyEvents);
@@ -171,8 +174,8 @@ QCoro::Task<> AppController::startDictation(SharedCompletion started) {
     const std::shared_ptr<Alive> alive = m_alive;
     std::exception_ptr failure;
     try {
-        m_engine =
-            std::make_unique<TranscriptionEngine>(m_services.speech, m_services.clock, m_dictationLocaleID);
+        m_engine = std::make_unique<TranscriptionEngine>(
+            m_services.speech, m_services.clock, m_dictationLocaleID, m_transcriptionSettings->makeServer());
         // A cancel may take the engine away while this waits; it waits for this start before it
         // drops the engine, so the pointer stays good until the end of the sequence.
         TranscriptionEngine* engine = m_engine.get();
@@ -243,6 +246,7 @@ QCoro::Task<> AppController::finishDictation(bool insert) {
         failure = std::current_exception();
     }
     if (!alive->value) co_return;
+    const bool serverFailed = engine->serverFailure().has_value();
     engine.reset();
     if (failure && isModelLoadError(failure)) {
         // The model's load failed while the dictation ran: it never started recognizing.
@@ -253,6 +257,11 @@ QCoro::Task<> AppController::finishDictation(bool insert) {
         if (isCurrent(serial)) setState(DictationState::idle);
         co_return;
     }
+    if (serverFailed)
+        setLastError(
+            transcript.isEmpty()
+                ? QStringLiteral("Transcription server failed \u2014 the on-device recognizer heard nothing.")
+                : serverFallbackError);
     if (failure) {
         const QString description = MurmurlyError::describe(failure);
         setLastError(QStringLiteral("Transcription failed: ") + description);

@@ -41,6 +41,7 @@ class SecretStore;
 class SpeechBackend;
 class TextInserter;
 class TranscriptionEngine;
+class TranscriptionSettings;
 class UsageTracker;
 
 // Everything the controller needs of the machine, handed in by whoever builds it: the program's
@@ -90,6 +91,9 @@ public:
     static inline const QString cleanupEnabledKey = QStringLiteral("cleanupEnabled");
     static inline const QString didSetDefaultLoginItemKey = QStringLiteral("didSetDefaultLoginItem");
     static inline const QString defaultLocaleID = QStringLiteral("en-US");
+    // The menu's line when the transcription server's text could not be used.
+    static inline const QString serverFallbackError =
+        QStringLiteral("Transcription server failed \u2014 inserted the on-device transcript.");
 
     static constexpr double minimumHoldSeconds = 0.15;
     static constexpr std::chrono::milliseconds watchdogInterval{300};
@@ -128,6 +132,7 @@ public:
     UsageTracker& usage() { return *m_usage; }
     HistoryStore& history() { return *m_history; }
     KeychainStore& keychain() { return *m_keychain; }
+    TranscriptionSettings& transcriptionSettings() { return *m_transcriptionSettings; }
     HotkeyMonitor& hotkeyMonitor() { return *m_hotkeyMonitor; }
     Defaults& defaults() { return m_services.defaults; }
 
@@ -202,6 +207,7 @@ private:
     std::unique_ptr<KeychainStore> m_keychain;
     std::unique_ptr<ReplacementStore> m_replacements;
     std::unique_ptr<CleanupSettings> m_cleanupSettings;
+    std::unique_ptr<TranscriptionSettings> m_transcriptionSettings;
     std::unique_ptr<UsageTracker> m_usage;
     std::unique_ptr<HistoryStore> m_history;
     HotkeyBinding m_hotkeyBinding;

@@ -7,6 +7,7 @@
 #include "settings/PreferenceSwitches.h"
 #include "settings/SettingsLayout.h"
 #include "settings/SettingsText.h"
+#include "settings/SpeechEngineSection.h"
 #include "speech/LanguageTag.h"
 
 #include <QCheckBox>
@@ -78,6 +79,9 @@ GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& tran
     addUnlabelled(language, m_modelStatus);
     m_languageHelp = helpLabel(languageHelp, this);
     addUnlabelled(language, m_languageHelp);
+
+    // Speech engine
+    m_speechEngine = new SpeechEngineSection(controller, addSection(QStringLiteral("Speech engine")), this);
 
     // Cleanup
     QFormLayout* cleanup = addSection(QStringLiteral("Cleanup"));

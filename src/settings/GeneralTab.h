@@ -13,6 +13,7 @@ class AppController;
 class HotkeyRecorderRow;
 class InputDeviceName;
 class KeyEventTranslator;
+class SpeechEngineSection;
 
 // The General tab: the trigger, the capture mode, the trailing space, the dictation language, the
 // cleanup switch, launch at login and the current microphone. Every control writes through at
@@ -42,6 +43,7 @@ public:
     QCheckBox* cleanupBox() const { return m_cleanup; }
     QCheckBox* launchAtLoginBox() const { return m_launchAtLogin; }
     QLabel* currentInputLabel() const { return m_currentInput; }
+    SpeechEngineSection* speechEngineSection() const { return m_speechEngine; }
 
     // Reads the current input again (also done each time the tab is shown).
     void refreshCurrentInput();
@@ -73,6 +75,7 @@ private:
     QCheckBox* m_cleanup = nullptr;
     QCheckBox* m_launchAtLogin = nullptr;
     QLabel* m_currentInput = nullptr;
+    SpeechEngineSection* m_speechEngine = nullptr;
 };
 
 } // namespace murmurly

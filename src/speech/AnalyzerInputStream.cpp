@@ -1,11 +1,14 @@
 #include "speech/AnalyzerInputStream.h"
 
+#include <utility>
+
 namespace murmurly {
 
 void AnalyzerInputStream::yield(AnalyzerInput input) {
     {
         std::lock_guard lock(m_mutex);
         if (m_finished) return;
+        if (m_keeping) m_recording.push_back(input);
         m_queue.push_back(std::move(input));
     }
     m_changed.notify_one();
@@ -53,6 +56,16 @@ void AnalyzerInputStream::wake() {
 std::size_t AnalyzerInputStream::queued() const {
     std::lock_guard lock(m_mutex);
     return m_queue.size();
+}
+
+void AnalyzerInputStream::keepRecording() {
+    std::lock_guard lock(m_mutex);
+    m_keeping = true;
+}
+
+std::vector<AnalyzerInput> AnalyzerInputStream::takeRecording() {
+    std::lock_guard lock(m_mutex);
+    return std::exchange(m_recording, {});
 }
 
 } // namespace murmurly

@@ -6,6 +6,7 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace murmurly {
 
@@ -30,12 +31,20 @@ public:
 
     std::size_t queued() const;
 
+    // From now on every input yielded is also kept, so that the whole recording can be had at the
+    // end exactly as the reader was fed it.
+    void keepRecording();
+    // What was kept so far, handed over (the stream keeps nothing more of it).
+    std::vector<AnalyzerInput> takeRecording();
+
 private:
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<AnalyzerInput> m_queue;
     bool m_finished = false;
     bool m_woken = false;
+    bool m_keeping = false;
+    std::vector<AnalyzerInput> m_recording;
 };
 
 } // namespace murmurly

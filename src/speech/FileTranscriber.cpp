@@ -85,8 +85,10 @@ void FileTranscriber::convert(const AudioBuffer& audio, const AudioFormat& targe
     }
 }
 
-QCoro::Task<QString> FileTranscriber::transcribe(const AudioBuffer& audio, QString language) {
-    TranscriptionEngine engine(m_backend, m_clock, language);
+QCoro::Task<QString> FileTranscriber::transcribe(const AudioBuffer& audio, QString language,
+                                                 std::shared_ptr<TranscriptionServer> server) {
+    m_serverFailure.reset();
+    TranscriptionEngine engine(m_backend, m_clock, language, std::move(server));
     const std::optional<AudioFormat> format = engine.bestAudioFormat();
     if (!format) throw MurmurlyError::noAudioFormat();
     const std::shared_ptr<AnalyzerInputStream> input = co_await engine.start();
@@ -102,7 +104,9 @@ QCoro::Task<QString> FileTranscriber::transcribe(const AudioBuffer& audio, QStri
     while (input->queued() > 0 && m_clock.now() < deadline)
         co_await m_clock.sleep(drainPollInterval);
 
-    co_return co_await engine.finish();
+    QString text = co_await engine.finish();
+    m_serverFailure = engine.serverFailure();
+    co_return text;
 }
 
 } // namespace murmurly

@@ -3,6 +3,7 @@
 #include "speech/AudioBuffer.h"
 #include "speech/AudioFormat.h"
 #include "speech/AudioInput.h"
+#include "speech/TranscriptionServer.h"
 
 #include <QCoro/QCoroTask>
 #include <QString>
@@ -10,6 +11,8 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 
 namespace murmurly {
 
@@ -33,7 +36,13 @@ public:
     // The transcript of `audio` in `language`, trimmed; empty when nothing was recognized.
     // Throws MurmurlyError when the recognizer names no audio format or the audio cannot be
     // converted to it, and whatever the recognizer throws when it cannot start.
-    QCoro::Task<QString> transcribe(const AudioBuffer& audio, QString language);
+    // With a `server`, the same audio also goes to it and its text wins when it answers in time;
+    // serverFailure() then says why it did not.
+    QCoro::Task<QString> transcribe(const AudioBuffer& audio, QString language,
+                                    std::shared_ptr<TranscriptionServer> server = nullptr);
+    // Why the server's text of the last transcribe() was not used; nothing when it was, or when
+    // no server was asked.
+    const std::optional<QString>& serverFailure() const { return m_serverFailure; }
 
     // Input frames per buffer for audio at `sampleRate` (at least one).
     static std::int64_t framesPerBuffer(double sampleRate);
@@ -48,6 +57,7 @@ public:
 private:
     SpeechBackend& m_backend;
     Clock& m_clock;
+    std::optional<QString> m_serverFailure;
 };
 
 } // namespace murmurly

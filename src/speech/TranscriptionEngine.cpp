@@ -1,8 +1,11 @@
 #include "speech/TranscriptionEngine.h"
 
 #include "core/Log.h"
+#include "speech/AudioConverter.h"
 #include "speech/LanguageTag.h"
 #include "speech/MurmurlyError.h"
+#include "speech/VoiceActivity.h"
+#include "speech/WavFile.h"
 
 #include <algorithm>
 #include <coroutine>
@@ -66,12 +69,14 @@ QCoro::Task<> runSleeper(std::shared_ptr<Race> race, Clock& clock, std::chrono::
 
 } // namespace
 
-TranscriptionEngine::TranscriptionEngine(SpeechBackend& backend, Clock& clock, const QString& language)
+TranscriptionEngine::TranscriptionEngine(SpeechBackend& backend, Clock& clock, const QString& language,
+                                         std::shared_ptr<TranscriptionServer> server)
     : m_backend(backend)
     , m_clock(clock)
     , m_language(language)
     , m_session(backend.makeSession(language))
-    , m_reading(std::make_shared<Reading>()) {
+    , m_reading(std::make_shared<Reading>())
+    , m_server(std::move(server)) {
 }
 
 TranscriptionEngine::~TranscriptionEngine() {
@@ -82,6 +87,10 @@ TranscriptionEngine::~TranscriptionEngine() {
 
 QCoro::Task<std::shared_ptr<AnalyzerInputStream>> TranscriptionEngine::start() {
     m_inputContinuation = std::make_shared<AnalyzerInputStream>();
+    if (m_server) {
+        m_inputContinuation->keepRecording();
+        m_recordedInput = m_inputContinuation;
+    }
     m_recognitionTask.emplace(consumeResults(m_session->results(), m_reading));
     std::shared_ptr<AnalyzerInputStream> input = m_inputContinuation;
     co_await m_session->start(input);
@@ -108,7 +117,96 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
         m_inputContinuation->finish();
         m_inputContinuation.reset();
     }
+    const Clock::TimePoint releasedAt = m_clock.now();
 
+    // The server is asked first, so that it works while the on-device recognizer settles.
+    std::optional<QCoro::Task<>> serverTask;
+    auto answer = std::make_shared<ServerTranscript>();
+    if (m_recordedInput) {
+        const std::vector<std::int16_t> samples = serverSamples(m_recordedInput->takeRecording());
+        m_recordedInput.reset();
+        const auto voiced =
+            VoiceActivity::voicedTime(samples.data(), std::int64_t(samples.size()), serverSampleRate);
+        if (voiced < VoiceActivity::minimumSpeech) {
+            qCInfo(lcApp,
+                   "No speech in the recording (%lld ms voiced) \u2014 the transcription server is not asked",
+                   static_cast<long long>(voiced.count()));
+        } else {
+            m_askedServer = true;
+            QByteArray wav =
+                WavFile::encodeInt16(samples.data(), std::int64_t(samples.size()), serverSampleRate, 1);
+            serverTask.emplace(askServer(m_server, std::move(wav), m_language, answer));
+        }
+    }
+
+    // A model that failed to load ends the dictation with that error, but only after the
+    // server's exchange has ended: its task must not be dropped while it runs.
+    QString onDevice;
+    std::exception_ptr onDeviceFailure;
+    try {
+        onDevice = co_await finishOnDevice();
+    } catch (...) {
+        onDeviceFailure = std::current_exception();
+    }
+    if (!serverTask) {
+        if (onDeviceFailure) std::rethrow_exception(onDeviceFailure);
+        co_return onDevice;
+    }
+
+    const auto remaining =
+        std::chrono::duration_cast<std::chrono::milliseconds>(releasedAt + finalizeLimit - m_clock.now());
+    try {
+        co_await withTimeout(m_clock, std::max(remaining, std::chrono::milliseconds::zero()),
+                             std::move(*serverTask));
+    } catch (...) {
+        *answer = ServerTranscript::failure(
+            QStringLiteral("No answer within %1 seconds.").arg(finalizeLimit.count() / 1000));
+    }
+    if (onDeviceFailure) std::rethrow_exception(onDeviceFailure);
+
+    if (answer->text && (!answer->text->isEmpty() || onDevice.isEmpty())) {
+        qCInfo(lcApp, "Transcription server answered");
+        co_return *answer->text;
+    }
+    m_serverFailure = answer->text ? QStringLiteral("The server heard no words.") : answer->error;
+    qCCritical(lcApp, "Transcription server failed (%s) \u2014 using the on-device transcript",
+               qUtf8Printable(*m_serverFailure));
+    co_return onDevice;
+}
+
+QCoro::Task<> TranscriptionEngine::askServer(std::shared_ptr<TranscriptionServer> server, QByteArray wav,
+                                             QString language, std::shared_ptr<ServerTranscript> answer) {
+    *answer = co_await server->transcribe(std::move(wav), std::move(language), finalizeLimit);
+}
+
+std::vector<std::int16_t> TranscriptionEngine::serverSamples(const std::vector<AnalyzerInput>& recording) {
+    std::vector<std::int16_t> samples;
+    if (recording.empty()) return samples;
+    const AudioFormat target = AudioFormat::int16(serverSampleRate, 1);
+    const AudioFormat source = recording.front().buffer.format();
+    if (source == target) {
+        for (const AnalyzerInput& input : recording) {
+            const std::int16_t* data = input.buffer.int16Samples();
+            samples.insert(samples.end(), data, data + input.buffer.frameLength());
+        }
+        return samples;
+    }
+    // Another recognizer format: mixed down and resampled as the microphone's audio is.
+    std::unique_ptr<AudioConverter> converter = AudioConverter::create(source, target);
+    if (!converter) return samples;
+    for (const AnalyzerInput& input : recording) {
+        if (!(input.buffer.format() == source)) continue;
+        const double ratio = target.sampleRate / source.sampleRate;
+        std::optional<AudioBuffer> out =
+            AudioBuffer::allocate(target, std::int64_t(ratio * double(input.buffer.frameLength())) + 64);
+        if (!out) continue;
+        converter->convert(input.buffer, *out);
+        samples.insert(samples.end(), out->int16Samples(), out->int16Samples() + out->frameLength());
+    }
+    return samples;
+}
+
+QCoro::Task<QString> TranscriptionEngine::finishOnDevice() {
     std::exception_ptr finalizeError;
     try {
         co_await withTimeout(m_clock, finalizeLimit, m_session->finalizeAndFinishThroughEndOfInput());

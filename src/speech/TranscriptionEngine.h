@@ -6,13 +6,16 @@
 #include "speech/RecognizerSession.h"
 #include "speech/ResultStream.h"
 #include "speech/SpeechBackend.h"
+#include "speech/TranscriptionServer.h"
 
 #include <QCoro/QCoroTask>
 #include <QString>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace murmurly {
 
@@ -20,6 +23,11 @@ namespace murmurly {
 // it, feeds the returned input stream from the capture thread, and ends with finish() for the
 // text or cancel() to throw the dictation away. The engine lives on the main thread; audio
 // reaches the recognizer without passing through it.
+//
+// With a transcription server, the on-device recognizer still hears the whole dictation; at the
+// end the same audio goes to the server, whose text wins when it answers within finalizeLimit of
+// finish(). On any failure the on-device text is returned and serverFailure() says why, so nothing
+// said is lost. A recording without speech is never sent.
 class TranscriptionEngine {
 public:
     // How long the recognizer may take to settle the last words after the audio ends.
@@ -27,7 +35,11 @@ public:
     // How long the results reader may take after that to hand over what it has.
     static constexpr std::chrono::milliseconds resultsWaitLimit{3000};
 
-    TranscriptionEngine(SpeechBackend& backend, Clock& clock, const QString& language);
+    // The server's audio format: 16 kHz mono 16-bit.
+    static constexpr int serverSampleRate = 16000;
+
+    TranscriptionEngine(SpeechBackend& backend, Clock& clock, const QString& language,
+                        std::shared_ptr<TranscriptionServer> server = nullptr);
     ~TranscriptionEngine();
     TranscriptionEngine(const TranscriptionEngine&) = delete;
     TranscriptionEngine& operator=(const TranscriptionEngine&) = delete;
@@ -51,6 +63,15 @@ public:
     // Abandons the dictation.
     QCoro::Task<> cancel();
 
+    // After finish(): why the server's text was not used, when a server was asked and failed.
+    const std::optional<QString>& serverFailure() const { return m_serverFailure; }
+    // After finish(): whether the server was asked at all (not for a recording without speech).
+    bool askedServer() const { return m_askedServer; }
+
+    // The recording as the server gets it: 16 kHz mono 16-bit samples, converted when the
+    // recognizer was fed another format.
+    static std::vector<std::int16_t> serverSamples(const std::vector<AnalyzerInput>& recording);
+
     // Whether the model of `language` is installed; identifiers are compared exactly.
     static QCoro::Task<bool> isModelInstalled(SpeechBackend& backend, const QString& language);
     // Installs the model of `language` unless present. Throws MurmurlyError (modelUnsupported)
@@ -59,6 +80,9 @@ public:
 
 private:
     static QCoro::Task<> withTimeout(Clock& clock, std::chrono::milliseconds limit, QCoro::Task<> operation);
+    QCoro::Task<QString> finishOnDevice();
+    static QCoro::Task<> askServer(std::shared_ptr<TranscriptionServer> server, QByteArray wav,
+                                   QString language, std::shared_ptr<ServerTranscript> answer);
     struct Reading {
         QString text;
         std::optional<QString> loadFailure;
@@ -74,6 +98,10 @@ private:
     std::optional<QCoro::Task<>> m_recognitionTask;
     // Shared with the results reader, which may outlive a wait that gave up on it.
     std::shared_ptr<Reading> m_reading;
+    std::shared_ptr<TranscriptionServer> m_server;
+    std::shared_ptr<AnalyzerInputStream> m_recordedInput;
+    std::optional<QString> m_serverFailure;
+    bool m_askedServer = false;
 };
 
 } // namespace murmurly

@@ -136,6 +136,30 @@ std::optional<AudioBuffer> decode(const char* data, std::int64_t frames, const F
 
 } // namespace
 
+QByteArray WavFile::encodeInt16(const std::int16_t* samples, std::int64_t sampleCount, int sampleRate,
+                                int channels) {
+    const quint32 dataBytes = quint32(sampleCount * 2);
+    const quint16 blockAlign = quint16(channels * 2);
+    QByteArray out(44 + qsizetype(dataBytes), Qt::Uninitialized);
+    char* p = out.data();
+    std::memcpy(p, "RIFF", 4);
+    qToLittleEndian<quint32>(36 + dataBytes, p + 4);
+    std::memcpy(p + 8, "WAVEfmt ", 8);
+    qToLittleEndian<quint32>(16, p + 16);
+    qToLittleEndian<quint16>(formatIntegerPcm, p + 20);
+    qToLittleEndian<quint16>(quint16(channels), p + 22);
+    qToLittleEndian<quint32>(quint32(sampleRate), p + 24);
+    qToLittleEndian<quint32>(quint32(sampleRate) * blockAlign, p + 28);
+    qToLittleEndian<quint16>(blockAlign, p + 32);
+    qToLittleEndian<quint16>(16, p + 34);
+    std::memcpy(p + 36, "data", 4);
+    qToLittleEndian<quint32>(dataBytes, p + 40);
+    char* data = p + 44;
+    for (std::int64_t i = 0; i < sampleCount; ++i)
+        qToLittleEndian<qint16>(samples[i], data + i * 2);
+    return out;
+}
+
 std::optional<WavFile> WavFile::parse(const QByteArray& bytes, QString& error) {
     const char* base = bytes.constData();
     const qint64 end = bytes.size();

@@ -31,6 +31,10 @@ public:
     std::int64_t frameCount() const { return m_audio.frameLength(); }
     double duration() const { return m_audio.duration(); }
 
+    // A plain 16-bit PCM file holding `samples` (interleaved frames of `channels` channels).
+    static QByteArray encodeInt16(const std::int16_t* samples, std::int64_t sampleCount, int sampleRate,
+                                  int channels);
+
     // What the file itself stores.
     Encoding encoding() const { return m_encoding; }
     int bitsPerSample() const { return m_bitsPerSample; }

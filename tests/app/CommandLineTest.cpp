@@ -53,6 +53,19 @@ TEST(CommandLine, TranscribeTakesOneFileALanguageAndCleanup) {
     EXPECT_EQ(invocation.transcribe.language, QStringLiteral("fr-FR"));
 }
 
+TEST(CommandLine, TranscribeTakesTheSpeechEngine) {
+    CommandLine::Invocation invocation = parse({QStringLiteral("transcribe"), QStringLiteral("a.wav")});
+    EXPECT_EQ(invocation.transcribe.engine, std::nullopt);
+    invocation = parse({QStringLiteral("transcribe"), QStringLiteral("a.wav"), QStringLiteral("--engine"),
+                        QStringLiteral("server")});
+    ASSERT_EQ(invocation.kind, Kind::transcribe);
+    EXPECT_EQ(invocation.transcribe.engine, SpeechEngineKind::server);
+    invocation =
+        parse({QStringLiteral("--engine=on-device"), QStringLiteral("transcribe"), QStringLiteral("a.wav")});
+    ASSERT_EQ(invocation.kind, Kind::transcribe);
+    EXPECT_EQ(invocation.transcribe.engine, SpeechEngineKind::onDevice);
+}
+
 TEST(CommandLine, MistakesAreUsageErrorsThatSayWhatIsWrong) {
     const QList<QPair<QStringList, QString>> cases{
         {{QStringLiteral("--press"), QStringLiteral("--release")},
@@ -62,7 +75,12 @@ TEST(CommandLine, MistakesAreUsageErrorsThatSayWhatIsWrong) {
          QStringLiteral("transcribe reads one file; \"b.wav\" is one too many")},
         {{QStringLiteral("dictate")}, QStringLiteral("unknown command \"dictate\"")},
         {{QStringLiteral("--cleanup")},
-         QStringLiteral("--language and --cleanup go with the transcribe command")},
+         QStringLiteral("--language, --cleanup and --engine go with the transcribe command")},
+        {{QStringLiteral("--engine"), QStringLiteral("server")},
+         QStringLiteral("--language, --cleanup and --engine go with the transcribe command")},
+        {{QStringLiteral("transcribe"), QStringLiteral("a.wav"), QStringLiteral("--engine"),
+          QStringLiteral("cloud")},
+         QStringLiteral("--engine is on-device or server, not \"cloud\"")},
         {{QStringLiteral("--toggle"), QStringLiteral("transcribe"), QStringLiteral("a.wav")},
          QStringLiteral("--toggle cannot be combined with the transcribe command")},
         {{QStringLiteral("transcribe"), QStringLiteral("a.wav"), QStringLiteral("--language"),
@@ -91,10 +109,11 @@ TEST(CommandLine, HelpAndVersionWinOverEverythingElse) {
 TEST(CommandLine, HelpExplainsEveryOptionTheCommandAndWayland) {
     const QString help = CommandLine::helpText();
     for (const char* text :
-         {"Usage: murmurly [OPTION]", "murmurly transcribe FILE [--language ID] [--cleanup]", "push-to-talk",
-          "--press", "--release", "--toggle", "--cancel", "--settings", "--language <ID>", "--cleanup",
-          "-h, --help", "-v, --version", "transcribe FILE", "Wayland", "`murmurly --press`",
-          "`murmurly --release`", "com.qv.Murmurly", "Exit status:"})
+         {"Usage: murmurly [OPTION]",
+          "murmurly transcribe FILE [--language ID] [--engine ENGINE] [--cleanup]", "push-to-talk", "--press",
+          "--release", "--toggle", "--cancel", "--settings", "--language <ID>", "--cleanup",
+          "--engine <ENGINE>", "-h, --help", "-v, --version", "transcribe FILE", "Wayland",
+          "`murmurly --press`", "`murmurly --release`", "com.qv.Murmurly", "Exit status:"})
         EXPECT_TRUE(help.contains(QString::fromUtf8(text))) << text << "\n" << help.toStdString();
     // No line wider than a terminal.
     for (const QString& line : help.split(QLatin1Char('\n')))

@@ -334,3 +334,65 @@ TEST(TranscribeCommand, CleanupThatCannotBeHadPrintsTheTranscriptWithAWarning) {
         "murmurly: Cleanup with On-Device (local) failed. Printing the transcript as recognized.\n")))
         << run.err.toStdString();
 }
+
+TEST(TranscribeCommand, EngineServerPrintsTheServersTextAndFallsBackToTheOnDeviceText) {
+    TemporaryHome home;
+    StandInHttpServer server;
+    ASSERT_TRUE(server.start());
+    server.setJsonResponse(200, R"({"text":" He was not an ill-disposed young man. "})");
+    IniDefaults settings(IniDefaults::defaultFilePath());
+    settings.setString(QStringLiteral("transcriptionEndpointURL"), server.url(QStringLiteral("/inference")));
+    const QString file = sentence("sense_and_sensibility_01_austen_64kb-0880");
+    const QString plain = runWithoutDesktop({QStringLiteral("transcribe"), file}).out.trimmed();
+    ASSERT_FALSE(plain.isEmpty());
+    EXPECT_TRUE(server.requests().isEmpty()) << "the on-device engine is the default";
+
+    ProgramRun run = runWithoutDesktop(
+        {QStringLiteral("transcribe"), file, QStringLiteral("--engine"), QStringLiteral("server")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, QStringLiteral("He was not an ill-disposed young man.\n"));
+    EXPECT_EQ(run.err, QString());
+    ASSERT_EQ(server.requests().size(), 1);
+    EXPECT_EQ(server.requests()[0].path, "/inference");
+
+    server.setJsonResponse(500, R"({"error":"model not loaded"})");
+    run = runWithoutDesktop(
+        {QStringLiteral("transcribe"), file, QStringLiteral("--engine"), QStringLiteral("server")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
+    // The program's own log line comes first on standard error; the user's sentence ends it.
+    EXPECT_TRUE(
+        run.err.endsWith(QStringLiteral("murmurly: The transcription server failed: The server answered "
+                                        "with status 500. Printing the on-device transcript.\n")))
+        << run.err.toStdString();
+
+    // The preference chooses the engine when the command line does not.
+    settings.setString(QStringLiteral("speechEngine"), QStringLiteral("server"));
+    server.setJsonResponse(200, R"({"text":"From the preference."})");
+    run = runWithoutDesktop({QStringLiteral("transcribe"), file});
+    EXPECT_EQ(run.out, QStringLiteral("From the preference.\n"));
+    run = runWithoutDesktop(
+        {QStringLiteral("transcribe"), file, QStringLiteral("--engine"), QStringLiteral("on-device")});
+    EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
+    EXPECT_EQ(server.requests().size(), 3);
+}
+
+TEST(TranscribeCommand, EngineServerSendsNothingForASilentRecording) {
+    TemporaryHome home;
+    StandInHttpServer server;
+    ASSERT_TRUE(server.start());
+    server.setJsonResponse(200, R"({"text":"Thank you for watching."})");
+    IniDefaults(IniDefaults::defaultFilePath())
+        .setString(QStringLiteral("transcriptionEndpointURL"), server.url(QStringLiteral("/inference")));
+    QTemporaryDir dir;
+    const QString quiet = dir.filePath(QStringLiteral("quiet.wav"));
+    ASSERT_TRUE(writeWav(quiet, std::vector<std::int16_t>(32000, 0), 16000));
+    const ProgramRun run = runWithoutDesktop(
+        {QStringLiteral("transcribe"), quiet, QStringLiteral("--engine"), QStringLiteral("server")});
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out, QStringLiteral("\n"));
+    EXPECT_TRUE(server.requests().isEmpty());
+}

@@ -21,6 +21,12 @@ QByteArray reasonPhrase(int status) {
         return "Created";
     case 301:
         return "Moved Permanently";
+    case 302:
+        return "Found";
+    case 307:
+        return "Temporary Redirect";
+    case 308:
+        return "Permanent Redirect";
     case 400:
         return "Bad Request";
     case 401:
@@ -91,6 +97,7 @@ void StandInHttpServer::accept() {
         m_buffers.insert(socket, {});
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readFrom(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            ++m_closedConnections;
             m_buffers.remove(socket);
             socket->deleteLater();
         });

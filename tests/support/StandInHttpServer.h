@@ -69,6 +69,8 @@ public:
     }
 
     const QList<Request>& requests() const { return m_requests; }
+    // Connections that have ended, whichever side ended them.
+    int closedConnections() const { return m_closedConnections; }
 
 signals:
     void requestReceived();
@@ -84,6 +86,7 @@ private:
     std::function<Response(const Request&)> m_responder;
     QList<Request> m_requests;
     QHash<QTcpSocket*, QByteArray> m_buffers;
+    int m_closedConnections = 0;
 };
 
 } // namespace murmurly::testing

@@ -281,9 +281,9 @@ TEST(GeneralTab, SectionsAndTextsAtTheWindowsMinimumSize) {
     QStringList sections;
     for (const QGroupBox* group : f.general->findChildren<QGroupBox*>())
         sections.append(group->title());
-    EXPECT_EQ(sections,
-              (QStringList{QStringLiteral("Dictation"), QStringLiteral("Language"), QStringLiteral("Cleanup"),
-                           QStringLiteral("Startup"), QStringLiteral("Microphone")}));
+    EXPECT_EQ(sections, (QStringList{QStringLiteral("Dictation"), QStringLiteral("Language"),
+                                     QStringLiteral("Speech engine"), QStringLiteral("Cleanup"),
+                                     QStringLiteral("Startup"), QStringLiteral("Microphone")}));
     EXPECT_EQ(comboTexts(f.general->captureModeBox()),
               (QStringList{QStringLiteral("Hold to talk"), QStringLiteral("Toggle (tap to start/stop)")}));
     EXPECT_EQ(f.general->trailingSpaceBox()->text(),

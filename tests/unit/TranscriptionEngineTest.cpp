@@ -1,9 +1,12 @@
 #include "speech/TranscriptionEngine.h"
 #include "FakeSpeechBackend.h"
+#include "FakeTranscriptionServer.h"
 #include "LogCapture.h"
 #include "ManualClock.h"
+#include "TestSignals.h"
 #include "speech/LanguageTag.h"
 #include "speech/MurmurlyError.h"
+#include "speech/WavFile.h"
 
 #include <QCoreApplication>
 #include <QCoroTask>
@@ -16,6 +19,7 @@ using namespace murmurly;
 using namespace std::chrono_literals;
 using murmurly::testing::FakeSessionScript;
 using murmurly::testing::FakeSpeechBackend;
+using murmurly::testing::FakeTranscriptionServer;
 using murmurly::testing::LogCapture;
 using murmurly::testing::ManualClock;
 
@@ -317,4 +321,168 @@ TEST(LanguageTag, SpellsIdentifiersTheBcp47Way) {
     EXPECT_EQ(bcp47Identifier(QStringLiteral("zh-hant-tw")), QStringLiteral("zh-Hant-TW"));
     EXPECT_EQ(bcp47Identifier(QStringLiteral("es-419")), QStringLiteral("es-419"));
     EXPECT_EQ(bcp47Identifier(QStringLiteral("FR")), QStringLiteral("fr"));
+}
+
+// ---- with a transcription server beside the recognizer ----
+
+namespace {
+
+// Feeds `samples` to the engine's input in buffers of 4000 frames, as the capture thread does.
+void feed(AnalyzerInputStream& input, const std::vector<std::int16_t>& samples) {
+    for (std::size_t at = 0; at < samples.size(); at += 4000) {
+        const std::size_t n = std::min<std::size_t>(4000, samples.size() - at);
+        std::optional<AudioBuffer> buffer =
+            AudioBuffer::allocate(AudioFormat::int16(16000, 1), std::int64_t(n));
+        std::copy_n(samples.begin() + std::ptrdiff_t(at), n, buffer->int16Samples());
+        buffer->setFrameLength(std::int64_t(n));
+        input.yield(AnalyzerInput{std::move(*buffer)});
+    }
+}
+
+// What the recognizer session was fed, drained from its input.
+std::vector<std::int16_t> fedToRecognizer(AnalyzerInputStream& input) {
+    std::vector<std::int16_t> out;
+    while (std::optional<AnalyzerInput> next = input.tryNext())
+        out.insert(out.end(), next->buffer.int16Samples(),
+                   next->buffer.int16Samples() + next->buffer.frameLength());
+    return out;
+}
+
+std::vector<std::int16_t> spoken() {
+    using namespace murmurly::testing;
+    return joined(
+        {silence(16000, 0.3), tone(16000, 0.7, -25, 300), silence(16000, 0.2), tone(16000, 0.4, -30, 500)});
+}
+
+struct ServerDictation {
+    FakeSpeechBackend backend;
+    ManualClock clock;
+    std::shared_ptr<FakeTranscriptionServer> server = std::make_shared<FakeTranscriptionServer>();
+    std::optional<TranscriptionEngine> engine;
+    std::shared_ptr<AnalyzerInputStream> input;
+
+    ServerDictation() { backend.script.finalResults = {finalResult(QStringLiteral(" the device's words"))}; }
+    ~ServerDictation() {
+        server->release();
+        clock.advance(std::chrono::hours(1));
+        drainEvents();
+    }
+    void start() {
+        engine.emplace(backend, clock, QStringLiteral("en-US"), server);
+        input = startEngine(*engine);
+    }
+};
+
+} // namespace
+
+TEST(TranscriptionEngineWithServer, ServerTextIsReturnedWhenTheServerAnswers) {
+    ServerDictation d;
+    d.start();
+    feed(*d.input, spoken());
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    ASSERT_TRUE(finish.text.has_value());
+    EXPECT_EQ(*finish.text, QStringLiteral("the server's words"));
+    EXPECT_FALSE(d.engine->serverFailure());
+    EXPECT_TRUE(d.engine->askedServer());
+    ASSERT_EQ(d.server->calls.size(), 1u);
+    EXPECT_EQ(d.server->calls[0].language, QStringLiteral("en-US"));
+    EXPECT_EQ(d.server->calls[0].limit, TranscriptionEngine::finalizeLimit);
+    // The on-device recognizer still heard the whole dictation.
+    EXPECT_EQ(d.backend.lastSession->finalizeCalls(), 1);
+}
+
+TEST(TranscriptionEngineWithServer, PostedWavDecodesToExactlyTheSamplesTheRecognizerWasFed) {
+    ServerDictation d;
+    d.start();
+    const std::vector<std::int16_t> samples = spoken();
+    feed(*d.input, samples);
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    ASSERT_EQ(d.server->calls.size(), 1u);
+
+    QString error;
+    const std::optional<WavFile> wav = WavFile::parse(d.server->calls[0].wav, error);
+    ASSERT_TRUE(wav) << error.toStdString();
+    EXPECT_EQ(wav->format(), AudioFormat::int16(16000, 1));
+    EXPECT_EQ(wav->bitsPerSample(), 16);
+    const std::vector<std::int16_t> fed = fedToRecognizer(*d.backend.lastSession->input());
+    EXPECT_EQ(fed, samples);
+    ASSERT_EQ(wav->frameCount(), std::int64_t(fed.size()));
+    EXPECT_TRUE(std::equal(fed.begin(), fed.end(), wav->audio().int16Samples()));
+}
+
+TEST(TranscriptionEngineWithServer, ServerFailureReturnsTheOnDeviceTextAndSaysWhy) {
+    ServerDictation d;
+    d.server->answer = ServerTranscript::failure(QStringLiteral("The server answered with status 500."));
+    d.start();
+    feed(*d.input, spoken());
+    LogCapture log;
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    ASSERT_TRUE(finish.text.has_value());
+    EXPECT_EQ(*finish.text, QStringLiteral("the device's words"));
+    ASSERT_TRUE(d.engine->serverFailure());
+    EXPECT_EQ(*d.engine->serverFailure(), QStringLiteral("The server answered with status 500."));
+    EXPECT_TRUE(log.allText().contains(
+        QStringLiteral("Transcription server failed (The server answered with status 500.)")));
+    EXPECT_FALSE(log.allText().contains(QStringLiteral("the device's words")));
+}
+
+TEST(TranscriptionEngineWithServer, ServerThatNeverAnswersIsGivenUpAtTheFinalisationLimit) {
+    ServerDictation d;
+    d.server->hangs = true;
+    d.start();
+    feed(*d.input, spoken());
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    EXPECT_FALSE(finish.text.has_value());
+    d.clock.advance(TranscriptionEngine::finalizeLimit - 1s);
+    drainEvents();
+    EXPECT_FALSE(finish.text.has_value()) << "the server still has time";
+    d.clock.advance(2s);
+    drainEvents();
+    ASSERT_TRUE(finish.text.has_value());
+    EXPECT_EQ(*finish.text, QStringLiteral("the device's words"));
+    ASSERT_TRUE(d.engine->serverFailure());
+    EXPECT_TRUE(d.engine->serverFailure()->contains(QStringLiteral("8 seconds")));
+}
+
+TEST(TranscriptionEngineWithServer, RecordingWithoutSpeechIsNotSent) {
+    ServerDictation d;
+    d.backend.script.finalResults.clear();
+    d.start();
+    feed(*d.input, murmurly::testing::silence(16000, 2));
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    ASSERT_TRUE(finish.text.has_value());
+    EXPECT_EQ(*finish.text, QString());
+    EXPECT_TRUE(d.server->calls.empty());
+    EXPECT_FALSE(d.engine->askedServer());
+    EXPECT_FALSE(d.engine->serverFailure());
+}
+
+TEST(TranscriptionEngineWithServer, EmptyServerTextLosesNothingTheDeviceHeard) {
+    ServerDictation d;
+    d.server->answer = ServerTranscript::transcript(QString());
+    d.start();
+    feed(*d.input, spoken());
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    ASSERT_TRUE(finish.text.has_value());
+    EXPECT_EQ(*finish.text, QStringLiteral("the device's words"));
+    EXPECT_TRUE(d.engine->serverFailure());
+}
+
+TEST(TranscriptionEngineWithServer, WithoutAServerNothingIsKeptForIt) {
+    FakeSpeechBackend backend;
+    ManualClock clock;
+    Settle settle{clock};
+    TranscriptionEngine engine(backend, clock, QStringLiteral("en-US"));
+    auto input = startEngine(engine);
+    feed(*input, spoken());
+    EXPECT_TRUE(input->takeRecording().empty());
+    PendingFinish finish(engine);
+    drainEvents();
+    EXPECT_FALSE(engine.askedServer());
 }
