@@ -11,7 +11,8 @@ namespace murmurly {
 MurmurlyApp::MurmurlyApp(QObject* parent)
     : QObject(parent)
     , m_localModel(m_defaults, m_network)
-    , m_pasteKeys(m_defaults)
+    , m_keyEvents({}, &m_ownKeyEvents)
+    , m_pasteKeys(m_defaults, {}, &m_ownKeyEvents)
     , m_microphone(std::make_unique<PulseCaptureDevice>())
     , m_loginItem(QCoreApplication::applicationFilePath()) {
     m_controller = std::make_unique<AppController>(AppServices{

@@ -11,6 +11,7 @@
 #include "platform/linux/X11ActiveApplication.h"
 #include "platform/linux/X11KeyEventSource.h"
 #include "platform/linux/X11KeyState.h"
+#include "platform/linux/X11OwnKeyEvents.h"
 #include "platform/linux/XTestPasteKeys.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 
@@ -52,6 +53,7 @@ private:
     QNetworkAccessManager m_network;
     LibsecretStore m_secrets;
     LocalModelServer m_localModel;
+    X11OwnKeyEvents m_ownKeyEvents; // the paste chord's keys, which the trigger reader ignores
     X11KeyEventSource m_keyEvents;
     X11KeyState m_keyState;
     X11ActiveApplication m_activeApplication;
