@@ -454,6 +454,11 @@ void AppController::requestMicrophoneAccess() {
     }(this, m_alive);
 }
 
+void AppController::requestKeyboardAccess() {
+    setAxTrusted(m_services.permissions.requestKeyboardAccess());
+    if (m_axTrusted && !m_hotkeyMonitor->isRunning()) startHotkeyMonitor();
+}
+
 void AppController::openSystemSettings(const QString& pane) {
     m_services.permissions.openSystemSettings(pane);
 }

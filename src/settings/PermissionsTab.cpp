@@ -81,10 +81,9 @@ void showStatus(QLabel* status, bool granted, const QString& title) {
 
 } // namespace
 
-PermissionsTab::PermissionsTab(AppController& controller, Permissions& permissions, QWidget* parent)
+PermissionsTab::PermissionsTab(AppController& controller, QWidget* parent)
     : QWidget(parent)
-    , m_controller(controller)
-    , m_permissions(permissions) {
+    , m_controller(controller) {
     setWindowTitle(QStringLiteral("Permissions"));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(SettingsLayout::contentMargin, SettingsLayout::contentMargin,
@@ -133,7 +132,7 @@ void PermissionsTab::keyboardAction() {
     if (m_controller.axTrusted())
         m_controller.openSystemSettings(Permissions::keyboardPane);
     else
-        m_controller.setAxTrusted(m_permissions.requestKeyboardAccess());
+        m_controller.requestKeyboardAccess();
 }
 
 } // namespace murmurly

@@ -8,7 +8,6 @@ class QPushButton;
 namespace murmurly {
 
 class AppController;
-class Permissions;
 
 // The Permissions tab: whether Murmurly may record the microphone and watch the keyboard, with a
 // button per permission that asks for it while it is missing and opens the desktop's settings
@@ -25,7 +24,7 @@ public:
     static inline const QString footer =
         QStringLiteral("Status here updates automatically within a few seconds.");
 
-    PermissionsTab(AppController& controller, Permissions& permissions, QWidget* parent = nullptr);
+    explicit PermissionsTab(AppController& controller, QWidget* parent = nullptr);
 
     QLabel* microphoneStatus() const { return m_microphoneStatus; }
     QPushButton* microphoneButton() const { return m_microphoneButton; }
@@ -38,7 +37,6 @@ private:
     void keyboardAction();
 
     AppController& m_controller;
-    Permissions& m_permissions;
     QLabel* m_microphoneStatus = nullptr;
     QPushButton* m_microphoneButton = nullptr;
     QLabel* m_keyboardStatus = nullptr;
