@@ -21,6 +21,7 @@
 #include "speech/MurmurlyError.h"
 #include "speech/TranscriptionEngine.h"
 
+#include <QFileInfo>
 #include <QPointer>
 #include <QUuid>
 
@@ -48,6 +49,10 @@ AppController::AppController(AppServices services, QObject* parent)
         std::make_unique<CleanupSettings>(defaults, *m_keychain, m_services.localModel, m_services.network);
     m_usage = std::make_unique<UsageTracker>(defaults);
     m_history = std::make_unique<HistoryStore>(defaults, m_services.clock, m_services.historyFilePath);
+    connect(m_history.get(), &HistoryStore::unreadableFileKept, this, [this](const QString& keptPath) {
+        setLastError(QStringLiteral("History could not be read \u2014 the old file was kept as ") +
+                     QFileInfo(keptPath).fileName() + QLatin1Char('.'));
+    });
     m_hotkeyMonitor = std::make_unique<HotkeyMonitor>(m_services.keyEvents);
     m_audio = std::make_unique<AudioInput>(std::move(m_services.microphone));
     m_inserter = std::make_unique<TextInserter>(m_services.clipboard, m_services.pasteKeys, m_services.clock);
