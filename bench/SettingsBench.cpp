@@ -32,8 +32,7 @@ public:
 
 // What the program does on "Settings…" when the window does not exist yet: build every page and
 // the window, then bring it to the front.
-std::unique_ptr<SettingsWindow> buildWindow(AppController& controller, Permissions& permissions,
-                                            const KeyEventTranslator& translator,
+std::unique_ptr<SettingsWindow> buildWindow(AppController& controller, const KeyEventTranslator& translator,
                                             InputDeviceName& inputName) {
     QList<SettingsPage> pages;
     for (const SettingsTab tab : SettingsTabs::allCases) {
@@ -46,7 +45,7 @@ std::unique_ptr<SettingsWindow> buildWindow(AppController& controller, Permissio
             page = new UsageTab(controller.usage());
             break;
         case SettingsTab::permissions:
-            page = new PermissionsTab(controller, permissions);
+            page = new PermissionsTab(controller);
             break;
         default:
             // The other tabs are built elsewhere; a label stands in for each.
@@ -68,13 +67,13 @@ void openFromMenu(benchmark::State& state, bool keepWindow) {
     }
     testing::ControllerHarness harness;
     AppController& controller = harness.controller();
-    MenuContent menu(controller, controller.usage(), controller.cleanupSettings(), harness.permissions);
+    MenuContent menu(controller, controller.usage(), controller.cleanupSettings());
     X11KeyEventTranslator translator;
     FixedInputName inputName;
     std::unique_ptr<SettingsWindow> window;
-    if (keepWindow) window = buildWindow(controller, harness.permissions, translator, inputName);
+    if (keepWindow) window = buildWindow(controller, translator, inputName);
     QObject::connect(&menu, &MenuContent::settingsRequested, [&] {
-        if (!window) window = buildWindow(controller, harness.permissions, translator, inputName);
+        if (!window) window = buildWindow(controller, translator, inputName);
         window->showAndRaise();
     });
     for (auto _ : state) {

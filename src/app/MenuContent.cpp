@@ -3,7 +3,6 @@
 #include "cleanup/CleanupProvider.h"
 #include "cleanup/CleanupSettings.h"
 #include "core/AppController.h"
-#include "core/Permissions.h"
 #include "records/UsageTracker.h"
 #include "settings/PreferenceSwitches.h"
 
@@ -35,12 +34,11 @@ QAction* addText(QMenu& menu) {
 } // namespace
 
 MenuContent::MenuContent(AppController& controller, UsageTracker& usage, CleanupSettings& cleanup,
-                         Permissions& permissions, QObject* parent)
+                         QObject* parent)
     : QObject(parent)
     , m_controller(controller)
     , m_usage(usage)
     , m_cleanup(cleanup)
-    , m_permissions(permissions)
     , m_menu(std::make_unique<QMenu>()) {
     QMenu& menu = *m_menu;
     menu.setTitle(QStringLiteral("Murmurly"));
@@ -143,7 +141,7 @@ void MenuContent::updateTrigger() {
 void MenuContent::checkKeyboardAccess() {
     // Asks again (showing the desktop's own prompt where there is one), then leads to the
     // settings window, whose Permissions tab explains what is missing.
-    m_controller.setAxTrusted(m_permissions.requestKeyboardAccess());
+    m_controller.requestKeyboardAccess();
     emit settingsRequested();
 }
 

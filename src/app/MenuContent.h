@@ -11,7 +11,6 @@ namespace murmurly {
 
 class AppController;
 class CleanupSettings;
-class Permissions;
 class UsageTracker;
 
 // The tray icon's menu: what the controller is doing, the model status, the session's cleanup
@@ -24,7 +23,7 @@ class MenuContent : public QObject {
 
 public:
     MenuContent(AppController& controller, UsageTracker& usage, CleanupSettings& cleanup,
-                Permissions& permissions, QObject* parent = nullptr);
+                QObject* parent = nullptr);
     ~MenuContent() override;
 
     QMenu* menu() const { return m_menu.get(); }
@@ -55,7 +54,6 @@ private:
     AppController& m_controller;
     UsageTracker& m_usage;
     CleanupSettings& m_cleanup;
-    Permissions& m_permissions;
     std::unique_ptr<QMenu> m_menu;
 
     QAction* m_state = nullptr;

@@ -35,8 +35,7 @@ MurmurlyShell::MurmurlyShell(MurmurlyApp& app, QObject* parent)
     , m_app(app)
     , m_focusReturn(app.clock()) {
     AppController& controller = app.controller();
-    m_menu = std::make_unique<MenuContent>(controller, controller.usage(), controller.cleanupSettings(),
-                                           app.permissions());
+    m_menu = std::make_unique<MenuContent>(controller, controller.usage(), controller.cleanupSettings());
     m_tray = std::make_unique<TrayIcon>(controller, m_menu->menu());
     connect(m_menu.get(), &MenuContent::settingsRequested, this, &MurmurlyShell::openSettings);
     connect(&app, &MurmurlyApp::settingsRequested, this, &MurmurlyShell::openSettings);
@@ -68,9 +67,8 @@ void MurmurlyShell::openSettings() {
             page(SettingsTab::history, new HistoryTab(controller, m_dialogs, m_focusReturn)),
             page(SettingsTab::usage, new UsageTab(controller.usage())),
             page(SettingsTab::permissions,
-                 new PermissionsTab(controller, m_app.permissions(),
-                                    {serviceRow(m_app.session().keyReadingDescription()),
-                                     serviceRow(m_app.session().textInsertionDescription())})),
+                 new PermissionsTab(controller, {serviceRow(m_app.session().keyReadingDescription()),
+                                                 serviceRow(m_app.session().textInsertionDescription())})),
         });
         // The menu's shortcuts work only while the menu is open; these make Ctrl+comma and Ctrl+Q
         // work in the window too.

@@ -13,9 +13,9 @@ namespace murmurly {
 SessionServices::SessionServices(const DesktopSession& session, const Defaults& defaults)
     : m_session(session) {
     if (session.kind == DesktopSession::Kind::x11) {
-        m_keyEvents = std::make_unique<X11KeyEventSource>();
+        m_keyEvents = std::make_unique<X11KeyEventSource>(QByteArray(), &m_ownKeyEvents);
         m_clipboard = std::make_unique<QtClipboard>();
-        m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults);
+        m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults, QByteArray(), &m_ownKeyEvents);
     } else {
         // No program may watch the keyboard on Wayland: the compositor's bindings call us.
         m_keyReading = KeyReading::compositorBindings;
@@ -41,7 +41,7 @@ SessionServices::SessionServices(const DesktopSession& session, const Defaults& 
             m_pasteKeys = std::move(keyboard);
         } else {
             // XTest through XWayland: reaches X11 applications only.
-            m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults);
+            m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults, QByteArray(), &m_ownKeyEvents);
         }
     }
     qCInfo(lcApp, "%s", qUtf8Printable(summary()));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/DesktopSession.h"
+#include "platform/linux/X11OwnKeyEvents.h"
 
 #include <QString>
 
@@ -62,6 +63,7 @@ private:
     ClipboardAccess m_clipboardAccess = ClipboardAccess::x11Selection;
     PasteChord m_pasteChord = PasteChord::xtest;
     bool m_virtualKeyboardWorks = false;
+    X11OwnKeyEvents m_ownKeyEvents; // the paste chord's keys, which the X11 trigger reader ignores
     std::unique_ptr<KeyEventSource> m_keyEvents;
     std::unique_ptr<Clipboard> m_clipboard;
     std::unique_ptr<PasteKeys> m_pasteKeys;

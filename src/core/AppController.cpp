@@ -22,6 +22,7 @@
 #include "speech/TranscriptionEngine.h"
 #include "speech/TranscriptionSettings.h"
 
+#include <QFileInfo>
 #include <QPointer>
 #include <QUuid>
 
@@ -66,6 +67,10 @@ AppController::AppController(AppServices services, QObject* parent)
         std::make_unique<TranscriptionSettings>(defaults, *m_keychain, m_services.network);
     m_usage = std::make_unique<UsageTracker>(defaults);
     m_history = std::make_unique<HistoryStore>(defaults, m_services.clock, m_services.historyFilePath);
+    connect(m_history.get(), &HistoryStore::unreadableFileKept, this, [this](const QString& keptPath) {
+        setLastError(QStringLiteral("History could not be read \u2014 the old file was kept as ") +
+                     QFileInfo(keptPath).fileName() + QLatin1Char('.'));
+    });
     m_hotkeyMonitor = std::make_unique<HotkeyMonitor>(m_services.keyEvents);
     m_audio = std::make_unique<AudioInput>(std::move(m_services.microphone));
     m_inserter = std::make_unique<TextInserter>(m_services.clipboard, m_services.pasteKeys, m_services.clock);
@@ -490,6 +495,11 @@ void AppController::requestMicrophoneAccess() {
         const bool granted = co_await self->m_services.permissions.requestMicrophoneAccess();
         if (alive->value) self->setMicAuthorized(granted);
     }(this, m_alive);
+}
+
+void AppController::requestKeyboardAccess() {
+    setAxTrusted(m_services.permissions.requestKeyboardAccess());
+    if (m_axTrusted && !m_hotkeyMonitor->isRunning()) startHotkeyMonitor();
 }
 
 void AppController::openSystemSettings(const QString& pane) {

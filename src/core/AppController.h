@@ -147,6 +147,10 @@ public:
     void setLocale(const QString& localeID);
     void setLaunchAtLogin(bool enabled);
     void requestMicrophoneAccess();
+    // Asks for keyboard access again (the menu's and the Permissions tab's action), stores the
+    // answer, and starts the trigger listener when access is there and the listener is not
+    // running: the permission poll only acts on a change, which this answer has already taken.
+    void requestKeyboardAccess();
     void openSystemSettings(const QString& pane);
     // Adopts `binding` when given; in every case restarts the monitor the recorder stopped.
     void endHotkeyRecording(const std::optional<HotkeyBinding>& binding);

@@ -4,6 +4,7 @@
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "core/JsonFields.h"
+#include "core/Log.h"
 #include "core/ReferenceDate.h"
 
 #include <QDir>
@@ -47,7 +48,12 @@ HistoryStore::HistoryStore(Defaults& defaults, Clock& clock, QString filePath, Q
 
     QFile file(m_filePath);
     if (file.open(QIODevice::ReadOnly)) {
-        if (auto entries = decodeEntries(file.readAll())) m_entries = std::move(*entries);
+        if (auto entries = decodeEntries(file.readAll()))
+            m_entries = std::move(*entries);
+        else
+            m_fileUnreadable = file.size() > 0; // an empty file holds nothing worth keeping
+    } else {
+        m_fileUnreadable = file.exists();
     }
     prune();
 }
@@ -120,7 +126,43 @@ QList<HistoryEntry> HistoryStore::filtered(const QString& query) const {
     return found;
 }
 
+QString HistoryStore::keptFilePath(const QString& filePath, const QDateTime& when) {
+    const QFileInfo info(filePath);
+    const QString stem = info.completeBaseName();
+    const QString suffix = info.suffix().isEmpty() ? QString() : QLatin1Char('.') + info.suffix();
+    return info.dir().filePath(stem + QStringLiteral(".unreadable-") +
+                               when.toString(QStringLiteral("yyyy-MM-dd-HHmmss")) + suffix);
+}
+
+bool HistoryStore::keepUnreadableFile() {
+    if (!QFile::exists(m_filePath)) return true; // gone meanwhile: nothing to keep
+    const QDateTime when = QDateTime::fromSecsSinceEpoch(
+        std::chrono::duration_cast<std::chrono::seconds>(m_clock.now().time_since_epoch()).count());
+    QString kept = keptFilePath(m_filePath, when);
+    // Never over an earlier kept file (two bad loads within one second).
+    for (int n = 2; QFile::exists(kept); ++n) {
+        const QFileInfo info(keptFilePath(m_filePath, when));
+        kept = info.dir().filePath(info.completeBaseName() + QLatin1Char('-') + QString::number(n) +
+                                   QLatin1Char('.') + info.suffix());
+    }
+    if (!QFile::rename(m_filePath, kept)) {
+        if (!m_keepFailureLogged)
+            qCWarning(lcApp,
+                      "History file %s could not be read and could not be kept aside; it is not overwritten",
+                      qUtf8Printable(m_filePath));
+        m_keepFailureLogged = true;
+        return false;
+    }
+    qCWarning(lcApp, "History file could not be read; kept it as %s", qUtf8Printable(kept));
+    emit unreadableFileKept(kept);
+    return true;
+}
+
 void HistoryStore::save() {
+    if (m_fileUnreadable) {
+        if (!keepUnreadableFile()) return;
+        m_fileUnreadable = false;
+    }
     const QByteArray bytes = encodeCached();
     const QString folder = QFileInfo(m_filePath).absolutePath();
     QDir().mkpath(folder); // a failure shows as a failed write below, which is ignored

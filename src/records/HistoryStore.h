@@ -3,6 +3,7 @@
 #include "records/HistoryEntry.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QHash>
 #include <QList>
 #include <QObject>
@@ -16,7 +17,9 @@ class Clock;
 class Defaults;
 
 // The optional, local-only log of finished dictations, newest first, kept in one JSON file.
-// Every change is written at once; read and write failures are silent by design.
+// Every change is written at once; write failures are silent. A file that cannot be read loads as
+// an empty history, and before anything is saved over it, it is kept beside the new one under a
+// dated name (announced once), so that what it held is never lost.
 class HistoryStore : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool enabled READ enabled WRITE setEnabled NOTIFY enabledChanged)
@@ -58,8 +61,13 @@ public:
     // tabs and spaces, and an empty query gives every entry.
     QList<HistoryEntry> filtered(const QString& query) const;
 
-    // Writes the file atomically (0600, in a 0700 folder).
+    // Writes the file atomically (0600, in a 0700 folder). A file that could not be read at
+    // start is first renamed to keptFilePath(); when that fails nothing is written over it.
     void save();
+
+    // Where an unreadable history file is kept: beside it, named after it and the local time,
+    // e.g. "history.unreadable-2026-11-24-003712.json".
+    static QString keptFilePath(const QString& filePath, const QDateTime& when);
 
     // The file's content for these entries.
     static QByteArray encodeEntries(const QList<HistoryEntry>& entries);
@@ -70,6 +78,8 @@ signals:
     void entriesChanged();
     void keepLastChanged(qint64 count);
     void maxAgeDaysChanged(qint64 days);
+    // The file that could not be read was kept under `keptPath` (once per run at most).
+    void unreadableFileKept(const QString& keptPath);
 
 private:
     // Age first, then count. True when something was removed.
@@ -79,6 +89,8 @@ private:
     // one's JSON is kept by id, beside the entry it was made from, and a save only encodes the
     // entries it has not seen.
     QByteArray encodeCached();
+    // Moves an unreadable file out of the way; false when it is still there.
+    bool keepUnreadableFile();
 
     struct Encoded {
         HistoryEntry entry;
@@ -93,6 +105,8 @@ private:
     QList<HistoryEntry> m_entries;
     qint64 m_keepLast = defaultKeepLast;
     qint64 m_maxAgeDays = defaultMaxAgeDays;
+    bool m_fileUnreadable = false; // the file on disk holds something the load could not read
+    bool m_keepFailureLogged = false;
 };
 
 } // namespace murmurly

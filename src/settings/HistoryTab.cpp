@@ -6,6 +6,7 @@
 #include "records/HistoryStore.h"
 #include "settings/ApplicationName.h"
 #include "settings/FileDialogs.h"
+#include "settings/FocusedSpinBox.h"
 #include "settings/HistoryEntryDelegate.h"
 #include "settings/QtFileDialogs.h"
 #include "settings/SettingsLayout.h"
@@ -25,7 +26,6 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QPushButton>
-#include <QSpinBox>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
@@ -117,7 +117,7 @@ void HistoryTab::build() {
     auto* retentionRow = new QHBoxLayout(m_retention);
     // Each stepper's text is its whole label: the value sits between the words, and the limit
     // that means "none" has words of its own.
-    m_keepLast = new QSpinBox;
+    m_keepLast = new FocusedSpinBox;
     m_keepLast->setObjectName(QStringLiteral("keepLast"));
     m_keepLast->setAccessibleName(QStringLiteral("Keep last entries"));
     m_keepLast->setRange(0, 5000);
@@ -125,7 +125,7 @@ void HistoryTab::build() {
     m_keepLast->setPrefix(QStringLiteral("Keep last "));
     m_keepLast->setSuffix(QStringLiteral(" entries"));
     m_keepLast->setSpecialValueText(QStringLiteral("Keep last \u221E entries"));
-    m_maxAge = new QSpinBox;
+    m_maxAge = new FocusedSpinBox;
     m_maxAge->setObjectName(QStringLiteral("maxAgeDays"));
     m_maxAge->setAccessibleName(QStringLiteral("Delete after days"));
     m_maxAge->setRange(0, 365);
@@ -133,6 +133,8 @@ void HistoryTab::build() {
     m_maxAge->setPrefix(QStringLiteral("Delete after "));
     m_maxAge->setSuffix(QStringLiteral(" days"));
     m_maxAge->setSpecialValueText(QStringLiteral("No age limit"));
+    // Each step prunes and saves at once, so a wheel turn while scrolling the page must not
+    // change them: they take the wheel only once focused.
     for (QSpinBox* stepper : {m_keepLast, m_maxAge}) {
         // Typed numbers are taken when the field is left or Enter is pressed, not digit by digit,
         // so that typing "250" does not prune down to 2 entries on the way.

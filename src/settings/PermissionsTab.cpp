@@ -82,15 +82,14 @@ void showStatus(QLabel* status, bool granted, const QString& title) {
 
 } // namespace
 
-PermissionsTab::PermissionsTab(AppController& controller, Permissions& permissions, QWidget* parent)
-    : PermissionsTab(controller, permissions, {}, parent) {
+PermissionsTab::PermissionsTab(AppController& controller, QWidget* parent)
+    : PermissionsTab(controller, {}, parent) {
 }
 
-PermissionsTab::PermissionsTab(AppController& controller, Permissions& permissions,
-                               const QList<ServiceRow>& serviceRows, QWidget* parent)
+PermissionsTab::PermissionsTab(AppController& controller, const QList<ServiceRow>& serviceRows,
+                               QWidget* parent)
     : QWidget(parent)
-    , m_controller(controller)
-    , m_permissions(permissions) {
+    , m_controller(controller) {
     setWindowTitle(QStringLiteral("Permissions"));
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(SettingsLayout::contentMargin, SettingsLayout::contentMargin,
@@ -147,7 +146,7 @@ void PermissionsTab::keyboardAction() {
     if (m_controller.axTrusted())
         m_controller.openSystemSettings(Permissions::keyboardPane);
     else
-        m_controller.setAxTrusted(m_permissions.requestKeyboardAccess());
+        m_controller.requestKeyboardAccess();
 }
 
 } // namespace murmurly

@@ -9,7 +9,6 @@ class QPushButton;
 namespace murmurly {
 
 class AppController;
-class Permissions;
 
 // The Permissions tab: whether Murmurly may record the microphone and watch the keyboard, with a
 // button per permission that asks for it while it is missing and opens the desktop's settings
@@ -34,8 +33,8 @@ public:
         bool working = false;
     };
 
-    PermissionsTab(AppController& controller, Permissions& permissions, QWidget* parent = nullptr);
-    PermissionsTab(AppController& controller, Permissions& permissions, const QList<ServiceRow>& serviceRows,
+    explicit PermissionsTab(AppController& controller, QWidget* parent = nullptr);
+    PermissionsTab(AppController& controller, const QList<ServiceRow>& serviceRows,
                    QWidget* parent = nullptr);
 
     // The status signs of the service rows, in order.
@@ -53,7 +52,6 @@ private:
     void keyboardAction();
 
     AppController& m_controller;
-    Permissions& m_permissions;
     QLabel* m_microphoneStatus = nullptr;
     QPushButton* m_microphoneButton = nullptr;
     QLabel* m_keyboardStatus = nullptr;

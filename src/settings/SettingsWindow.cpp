@@ -100,12 +100,6 @@ void SettingsWindow::showAndRaise() {
     activateWindow();
 }
 
-void SettingsWindow::showEvent(QShowEvent* event) {
-    // Pages may have grown since the last time (rows added, a warning shown).
-    setMaximumSize(sizeHint());
-    QWidget::showEvent(event);
-}
-
 void SettingsWindow::changeEvent(QEvent* event) {
     if (event->type() == QEvent::ActivationChange && !isActiveWindow()) emit deactivated();
     QWidget::changeEvent(event);

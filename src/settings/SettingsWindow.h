@@ -11,8 +11,9 @@ class QStackedWidget;
 namespace murmurly {
 
 // "Murmurly Settings": a sidebar of tabs beside the selected tab's page. The pages come from the
-// caller, in sidebar order. The window opens at the size its content asks for and can be made
-// smaller down to its minimum, where pages scroll, but no larger than its content needs.
+// caller, in sidebar order. The window opens at the size its content asks for; the user can make
+// it smaller down to its minimum, where pages scroll, or as large as the screen allows, where
+// lists show more rows.
 class SettingsWindow : public QWidget {
     Q_OBJECT
 
@@ -39,7 +40,6 @@ signals:
     void deactivated();
 
 protected:
-    void showEvent(QShowEvent* event) override;
     void changeEvent(QEvent* event) override;
 
 private:

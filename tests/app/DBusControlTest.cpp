@@ -16,8 +16,12 @@
 #include "cleanup/CleanupSettings.h"
 #include "core/AppController.h"
 #include "platform/linux/IniDefaults.h"
+#include "records/HistoryStore.h"
 
 #include <QDBusConnection>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 
 #include <gtest/gtest.h>
@@ -204,6 +208,74 @@ TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
     EXPECT_EQ(property(QStringLiteral("LastError")), expected);
     EXPECT_TRUE(waitUntil([&] { return !announcements.values.isEmpty(); }, 20s));
     EXPECT_EQ(announcements.values, QStringList{expected});
+}
+
+namespace {
+
+void writeBytes(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    ASSERT_EQ(file.write(bytes), bytes.size());
+}
+
+QByteArray readBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+TEST_F(DBusControlTest, GarbageInTheSettingsAndHistoryFilesDoesNotStopTheProgram) {
+    writeBytes(IniDefaults::defaultFilePath(), QByteArray("\xff\xfe[[[ not = an \x01 ini\n=\n["));
+    writeBytes(home.dataHome() + QStringLiteral("/murmurly/history.json"), QByteArray("[{\"id\":[[[[{{"));
+    startProgram();
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
+    keepRunning(300ms);
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    EXPECT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+    EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
+}
+
+TEST_F(DBusControlTest, AnUnreadableHistoryIsKeptAsideAtTheFirstRecordAndTheLastErrorSaysSo) {
+    IniDefaults preferences(IniDefaults::defaultFilePath());
+    preferences.setValue(HistoryStore::enabledKey, true);
+    const QString historyPath = home.dataHome() + QStringLiteral("/murmurly/history.json");
+    const QByteArray garbage("[{\"id\": \"half a file, cut off by a full disk");
+    writeBytes(historyPath, garbage);
+    startProgram();
+    EXPECT_EQ(property(QStringLiteral("LastError")), QString());
+    EXPECT_EQ(readBytes(historyPath), garbage); // nothing moves before something is saved
+
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
+    keepRunning(300ms);
+    ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    EXPECT_TRUE(waitForState(QStringLiteral("idle")));
+
+    const QDir folder = QFileInfo(historyPath).absoluteDir();
+    QStringList kept;
+    ASSERT_TRUE(waitUntil([&] {
+        kept = folder.entryList({QStringLiteral("history.unreadable-*.json")}, QDir::Files);
+        return !kept.isEmpty();
+    })) << folder.entryList(QDir::Files).join(QLatin1Char(' ')).toStdString();
+    ASSERT_EQ(kept.size(), 1);
+    EXPECT_EQ(readBytes(folder.filePath(kept.first())), garbage);
+    const auto entries = HistoryStore::decodeEntries(readBytes(historyPath));
+    ASSERT_TRUE(entries.has_value());
+    EXPECT_EQ(entries->size(), 1);
+    EXPECT_EQ(property(QStringLiteral("LastError")),
+              QStringLiteral("History could not be read \u2014 the old file was kept as ") + kept.first() +
+                  QLatin1Char('.'));
+    const QString logLine = QStringLiteral("History file could not be read; kept it as ");
+    EXPECT_TRUE(waitUntil([&] { return program->log().contains(logLine); })) << program->log().toStdString();
+    EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
+    EXPECT_EQ(program->log().count(logLine), 1) << program->log().toStdString(); // said once
 }
 
 TEST_F(DBusControlTest, PressAndReleaseDictateAsHoldingTheTriggerKeyDoes) {

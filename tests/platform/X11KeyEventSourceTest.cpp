@@ -1,12 +1,15 @@
 // The hotkey monitor on a real X server: key events made with XTest, the X11 key source reading
 // them, and a real window with the keyboard focus telling which events reached it.
 #include "platform/linux/X11KeyEventSource.h"
+#include "MemoryDefaults.h"
 #include "TextFieldWindowProcess.h"
 #include "WaitUntil.h"
 #include "XTestKeyboard.h"
 #include "XvfbServer.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "hotkey/KeyCodes.h"
+#include "platform/linux/X11OwnKeyEvents.h"
+#include "platform/linux/XTestPasteKeys.h"
 
 #include <QDir>
 #include <QFile>
@@ -151,16 +154,23 @@ TEST_F(X11HotkeyTest, EscWhileNotArmedPassesThrough) {
               (QStringList{QStringLiteral("press ff1b -"), QStringLiteral("release ff1b -")}));
 }
 
-TEST_F(X11HotkeyTest, EscWhileArmedIsSwallowedAndGivesOneCancelPerKeyDown) {
+TEST_F(X11HotkeyTest, EscWhileArmedIsSwallowedAndGivesOneCancelPerKeyDownWhileItsKeyUpReachesTheWindow) {
     monitor.setCancelArmed(true);
     ASSERT_TRUE(waitUntil([&] { return source.grabbedKeyCount() == 1; }));
     keyboard.tap(XK_Escape);
     ASSERT_TRUE(waitUntil([&] { return cancels == 1; }));
     keyboard.tap(XK_Escape);
     ASSERT_TRUE(waitUntil([&] { return cancels == 2; }));
+    // Only the key-downs are kept from the window: both key-ups pass.
+    ASSERT_TRUE(waitUntil([&] { return window.keyEventsOf(XK_Escape).size() == 2; }))
+        << window.keyEventsOf(XK_Escape).join(QLatin1Char(',')).toStdString();
     settle();
     EXPECT_EQ(cancels, 2);
-    EXPECT_TRUE(window.keyEventsOf(XK_Escape).filter(QStringLiteral("press")).isEmpty());
+    EXPECT_EQ(window.keyEventsOf(XK_Escape),
+              (QStringList{QStringLiteral("release ff1b -"), QStringLiteral("release ff1b -")}));
+    // The keyboard is not left taken: a key typed afterwards reaches the window.
+    keyboard.tap(XK_a);
+    ASSERT_TRUE(waitUntil([&] { return window.keyEventsOf(XK_a).size() == 2; }));
 
     // Disarmed, Esc reaches the window again.
     monitor.setCancelArmed(false);
@@ -170,6 +180,67 @@ TEST_F(X11HotkeyTest, EscWhileArmedIsSwallowedAndGivesOneCancelPerKeyDown) {
         waitUntil([&] { return window.keyEventsOf(XK_Escape).filter(QStringLiteral("press")).size() == 1; }));
     settle();
     EXPECT_EQ(cancels, 2);
+}
+
+TEST_F(X11HotkeyTest, KeysTypedWhileF5IsHeldReachTheWindowAndF5DoesNot) {
+    bindF5();
+    ASSERT_TRUE(waitUntil([&] { return source.grabbedKeyCount() == 1; }));
+    keyboard.press(XK_F5);
+    ASSERT_TRUE(waitUntil([&] { return presses == 1; }));
+    keyboard.tap(XK_a);
+    keyboard.press(XK_Shift_L);
+    keyboard.tap(XK_b);
+    keyboard.release(XK_Shift_L);
+    keyboard.tap(XK_c);
+    ASSERT_TRUE(window.waitForText(QStringLiteral("aBc"))) << window.text().toStdString();
+    EXPECT_TRUE(monitor.triggerHeld());
+    keyboard.release(XK_F5);
+    ASSERT_TRUE(waitUntil([&] { return releases == 1; }));
+    // Typed after the release, to know that everything before it has reached the window.
+    keyboard.tap(XK_d);
+    ASSERT_TRUE(window.waitForText(QStringLiteral("aBcd"))) << window.text().toStdString();
+    settle();
+    EXPECT_EQ(presses, 1);
+    EXPECT_EQ(releases, 1);
+    EXPECT_EQ(window.keyEventsOf(XK_a).size(), 2);
+    EXPECT_EQ(window.keyEventsOf(XK_c).size(), 2);
+    EXPECT_TRUE(window.keyEventsOf(XK_F5).isEmpty())
+        << window.keyEventsOf(XK_F5).join(QLatin1Char(',')).toStdString();
+}
+
+TEST_F(X11HotkeyTest, ThePasteChordsOwnKeysGiveNoEdgesWithLeftControlAsTheTrigger) {
+    X11OwnKeyEvents ownEvents;
+    X11KeyEventSource chordAwareSource({}, &ownEvents);
+    HotkeyMonitor chordAwareMonitor{chordAwareSource};
+    int edges = 0;
+    chordAwareMonitor.onPress = [&] { ++edges; };
+    chordAwareMonitor.onRelease = [&] { ++edges; };
+    chordAwareMonitor.setBinding(*HotkeyBinding::from(
+        KeyEvent{KeyEvent::Type::flagsChanged, static_cast<std::uint16_t>(KeyCodes::leftControl),
+                 std::nullopt, ModifierFlags::control}));
+    ASSERT_EQ(chordAwareMonitor.binding().kind, HotkeyBinding::Kind::modifier);
+    ASSERT_TRUE(chordAwareMonitor.start());
+    // The fixture's monitor, bound the same way, does not know the chord: it sees it as keys.
+    monitor.setBinding(chordAwareMonitor.binding());
+
+    MemoryDefaults defaults;
+    XTestPasteKeys pasteKeys(defaults, {}, &ownEvents);
+    ASSERT_TRUE(pasteKeys.paste());
+    ASSERT_TRUE(waitUntil([&] { return window.keyEventsOf(XK_v).size() == 2; }))
+        << window.keyEvents().join(QLatin1Char(',')).toStdString();
+    ASSERT_TRUE(waitUntil([&] { return releases == 1; })); // the control key's press and release
+    settle();
+    EXPECT_EQ(presses, 1);
+    EXPECT_EQ(edges, 0);
+    EXPECT_TRUE(window.keyEventsOf(XK_v).first().startsWith(QStringLiteral("press 76 C")))
+        << window.keyEventsOf(XK_v).join(QLatin1Char(',')).toStdString();
+
+    // The user's own Left Control is still the trigger.
+    keyboard.tap(XK_Control_L);
+    ASSERT_TRUE(waitUntil([&] { return edges == 2; }));
+    settle();
+    EXPECT_EQ(edges, 2);
+    chordAwareMonitor.stop();
 }
 
 TEST_F(X11HotkeyTest, StartingTwiceRunsOneReader) {

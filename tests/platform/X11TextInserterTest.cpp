@@ -112,6 +112,43 @@ TEST_F(X11TextInserterTest, AnImageWithItsTextTwinComesBackWithTheSameBytesAndTh
     EXPECT_FALSE(bytesOf(*after, QtClipboard::passwordManagerHintType).has_value());
 }
 
+TEST_F(X11TextInserterTest, SeveralTypesComeBackInTheSameNumberAndOrderWithTheSameBytes) {
+    // An X clipboard holds one item, with as many types as its owner offers.
+    ASSERT_TRUE(window.command("clip-several"));
+    const QString own = QStringLiteral("application/x-four-kinds");
+    ASSERT_TRUE(waitUntil([&] { return clipboardOffers(own); }));
+    const auto before = window.clipboard();
+    ASSERT_TRUE(before.has_value());
+    QStringList beforeTypes;
+    for (const auto& [type, bytes] : *before)
+        beforeTypes << type;
+    for (const QString& type : {plainText, QStringLiteral("text/html"), QStringLiteral("text/uri-list"), own})
+        ASSERT_TRUE(beforeTypes.contains(type)) << type.toStdString();
+
+    bool done = false;
+    auto task = insertThenNote(inserter, QStringLiteral("word"), done);
+    ASSERT_TRUE(window.waitForText(QStringLiteral("word")));
+    // While the paste happens the clipboard holds the word alone: the types above are gone.
+    const auto during = clipboardOnceItShows(
+        window, [](const Types& types) { return bytesOf(types, plainText) == QByteArray("word"); });
+    ASSERT_TRUE(during.has_value());
+    EXPECT_FALSE(bytesOf(*during, own).has_value());
+    EXPECT_FALSE(bytesOf(*during, QStringLiteral("text/html")).has_value());
+    clock.advance(std::chrono::milliseconds(inserter.restoreDelayMilliseconds()));
+    ASSERT_TRUE(done);
+
+    const auto after =
+        clipboardOnceItShows(window, [&](const Types& types) { return bytesOf(types, own).has_value(); });
+    ASSERT_TRUE(after.has_value());
+    // Every type that was there, once, in its former order, with its bytes; nothing of the word.
+    Types restored;
+    for (const auto& entry : *after)
+        if (beforeTypes.contains(entry.first)) restored << entry;
+    EXPECT_EQ(restored, *before);
+    EXPECT_EQ(bytesOf(*after, plainText), QByteArray("four kinds"));
+    EXPECT_EQ(bytesOf(*after, own), QByteArray("\x00\x01\x02\xff", 4));
+}
+
 TEST_F(X11TextInserterTest, AnEmptyClipboardIsEmptyAgainAfterwards) {
     QGuiApplication::clipboard()->clear(); // in case an earlier test in this process left content
     const auto before = clipboardOnceItShows(window, [](const Types& types) { return types.isEmpty(); });

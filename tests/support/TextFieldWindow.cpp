@@ -11,7 +11,8 @@
 // "clip-show" the lines "clip N", N times "type MIME BASE64", then "clipend"; "done COMMAND" after
 // every other command.
 //
-// Commands: "clip-image" (a PNG picture with a plain-text twin), "clip-text BASE64", "clip-clear",
+// Commands: "clip-image" (a PNG picture with a plain-text twin), "clip-several" (four types:
+// plain text, HTML, a URI list and a type of its own), "clip-text BASE64", "clip-clear",
 // "clip-show", "set-text BASE64" (the line edit's text), "focus".
 #include <QApplication>
 #include <QBuffer>
@@ -144,6 +145,13 @@ int main(int argc, char** argv) {
                 auto* data = new QMimeData;
                 data->setData(QStringLiteral("image/png"), pictureBytes());
                 data->setData(QStringLiteral("text/plain"), "a red square");
+                clipboard->setMimeData(data);
+            } else if (command == "clip-several") {
+                auto* data = new QMimeData;
+                data->setData(QStringLiteral("text/plain"), "four kinds");
+                data->setData(QStringLiteral("text/html"), "<b>four</b> kinds");
+                data->setData(QStringLiteral("text/uri-list"), "file:///tmp/four-kinds\r\n");
+                data->setData(QStringLiteral("application/x-four-kinds"), QByteArray("\x00\x01\x02\xff", 4));
                 clipboard->setMimeData(data);
             } else if (command == "clip-text") {
                 clipboard->setText(QString::fromUtf8(argument));

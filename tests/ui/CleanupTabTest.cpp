@@ -371,12 +371,22 @@ TEST_F(CleanupTabTest, EveryProviderFitsTheSmallestWindowWithoutScrolling) {
 }
 
 TEST_F(CleanupTabTest, Screenshots) {
+    using murmurly::testing::areaIn;
+    using murmurly::testing::picturesSomethingIn;
     harness.controller().keychain().set(QStringLiteral("k"), anthropicAccount);
     settings().setProvider(CleanupProvider::anthropic);
     CleanupTab tab(harness.controller(), harness.localModel);
     const QString path = murmurly::testing::saveTabScreenshot(tab, QStringLiteral("cleanup-tab-anthropic"));
     ASSERT_FALSE(path.isEmpty());
     EXPECT_EQ(QImage(path).size(), murmurly::testing::tabAreaSize);
+    // What the picture shows: the chosen provider and the stored key's line, drawn where they lie.
+    auto* provider = child<QComboBox>(tab, "cleanupProvider");
+    EXPECT_EQ(provider->currentText(), CleanupProviders::displayName(CleanupProvider::anthropic));
+    EXPECT_TRUE(picturesSomethingIn(path, areaIn(tab, *provider)));
+    auto* stored = child<StatusLabel>(tab, "keyStored");
+    ASSERT_TRUE(shown(tab, stored));
+    EXPECT_EQ(stored->text(), QStringLiteral("A key is stored in your login keyring."));
+    EXPECT_TRUE(picturesSomethingIn(path, areaIn(tab, *stored)));
 
     // With no key stored, and the outcome of a test shown.
     settings().setProvider(CleanupProvider::openAICompatible);
@@ -388,6 +398,11 @@ TEST_F(CleanupTabTest, Screenshots) {
         murmurly::testing::saveTabScreenshot(openAI, QStringLiteral("cleanup-tab-openai"));
     ASSERT_FALSE(openAIPath.isEmpty());
     EXPECT_EQ(QImage(openAIPath).size(), murmurly::testing::tabAreaSize);
+    auto* result = child<StatusLabel>(openAI, "testResult");
+    ASSERT_TRUE(shown(openAI, result));
+    EXPECT_FALSE(result->text().isEmpty());
+    EXPECT_TRUE(picturesSomethingIn(openAIPath, areaIn(openAI, *result)));
+    EXPECT_FALSE(shown(openAI, child<StatusLabel>(openAI, "keyStored")));
 
     QNetworkAccessManager network;
     LocalModelServer local(harness.defaults, network);
@@ -399,6 +414,10 @@ TEST_F(CleanupTabTest, Screenshots) {
         murmurly::testing::saveTabScreenshot(onDevice, QStringLiteral("cleanup-tab-local"));
     ASSERT_FALSE(localPath.isEmpty());
     EXPECT_EQ(QImage(localPath).size(), murmurly::testing::tabAreaSize);
+    auto* status = child<StatusLabel>(onDevice, "localModelStatus");
+    ASSERT_TRUE(shown(onDevice, status));
+    EXPECT_FALSE(status->text().isEmpty());
+    EXPECT_TRUE(picturesSomethingIn(localPath, areaIn(onDevice, *status)));
 }
 
 TEST_F(CleanupTabTest, EveryControlHasAnAccessibleNameAndTabReachesIt) {

@@ -411,7 +411,7 @@ TEST(GeneralTab, SwitchingCaptureModeSwitchesTheHelpTextAtOnce) {
 TEST(GeneralTab, SwitchesWriteThePreferencesAndAgreeWithTheMenu) {
     ControllerHarness harness;
     SettingsFixture f(harness);
-    MenuContent menu(f.controller, f.controller.usage(), f.controller.cleanupSettings(), harness.permissions);
+    MenuContent menu(f.controller, f.controller.usage(), f.controller.cleanupSettings());
     f.showAtMinimumSize(SettingsTab::general);
     EXPECT_TRUE(f.general->trailingSpaceBox()->isChecked());
     EXPECT_FALSE(f.general->cleanupBox()->isChecked());

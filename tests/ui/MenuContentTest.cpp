@@ -4,6 +4,7 @@
 #include "app/MenuContent.h"
 #include "cleanup/CleanupSettings.h"
 #include "core/AppController.h"
+#include "hotkey/HotkeyMonitor.h"
 #include "records/UsageTracker.h"
 #include "settings/PreferenceSwitches.h"
 #include "settings/SettingsWindow.h"
@@ -25,7 +26,7 @@ const QString sep = QStringLiteral("---");
 struct MenuFixture {
     explicit MenuFixture(ControllerHarness& harness)
         : controller(harness.controller())
-        , content(controller, controller.usage(), controller.cleanupSettings(), harness.permissions) {}
+        , content(controller, controller.usage(), controller.cleanupSettings()) {}
 
     QMenu& menu() { return *content.menu(); }
     QStringList items() { return visibleItems(menu()); }
@@ -142,6 +143,24 @@ TEST(MenuContent, KeyboardAccessItemAsksAgainStoresTheAnswerAndOpensSettings) {
     EXPECT_TRUE(f.controller.axTrusted());
     EXPECT_EQ(opened.count(), 1);
     EXPECT_FALSE(f.items().contains(QStringLiteral("\u26A0\uFE0E Check Keyboard Access\u2026")));
+}
+
+TEST(MenuContent, KeyboardAccessItemStartsTheTriggerListenerThatFailedAtStartUp) {
+    ControllerHarness harness;
+    harness.permissions.keyboard = false;
+    harness.keyEvents.available = false;
+    MenuFixture f(harness);
+    ASSERT_FALSE(f.controller.hotkeyMonitor().isRunning());
+
+    harness.permissions.keyboard = true;
+    harness.keyEvents.available = true;
+    f.action(QStringLiteral("\u26A0\uFE0E Check Keyboard Access\u2026"))->trigger();
+    EXPECT_TRUE(f.controller.hotkeyMonitor().isRunning());
+    // The poll that follows sees no change to act on and leaves the running listener alone.
+    const int starts = harness.keyEvents.starts;
+    harness.advance(6s);
+    EXPECT_TRUE(f.controller.hotkeyMonitor().isRunning());
+    EXPECT_EQ(harness.keyEvents.starts, starts);
 }
 
 TEST(MenuContent, SwitchesReadAndWriteThePreferences) {

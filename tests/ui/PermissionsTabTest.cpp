@@ -2,6 +2,7 @@
 #include "SettingsFixture.h"
 
 #include "core/Permissions.h"
+#include "hotkey/HotkeyMonitor.h"
 
 #include <QPushButton>
 #include <QTest>
@@ -94,4 +95,20 @@ TEST(PermissionsTab, CheckAsksAgainAndStoresTheAnswerWithoutOpeningSettings) {
     EXPECT_TRUE(f.controller.axTrusted());
     EXPECT_EQ(f.permissions->keyboardButton()->text(), QStringLiteral("Open Settings"));
     EXPECT_TRUE(harness.permissions.openedPanes.isEmpty());
+}
+
+TEST(PermissionsTab, CheckStartsTheTriggerListenerThatFailedAtStartUp) {
+    ControllerHarness harness;
+    harness.permissions.keyboard = false;
+    harness.keyEvents.available = false;
+    SettingsFixture f(harness);
+    f.showAtMinimumSize(SettingsTab::permissions);
+    ASSERT_FALSE(f.controller.hotkeyMonitor().isRunning());
+
+    harness.permissions.keyboard = true;
+    harness.keyEvents.available = true;
+    QTest::mouseClick(f.permissions->keyboardButton(), Qt::LeftButton);
+    EXPECT_TRUE(f.controller.hotkeyMonitor().isRunning());
+    harness.advance(6s);
+    EXPECT_TRUE(f.controller.hotkeyMonitor().isRunning());
 }

@@ -94,8 +94,7 @@ TEST(SessionServices, AWaylandSessionWithoutDataControlOrVirtualKeyboardStartsAn
         << insertion.detail.toStdString();
 
     ControllerHarness harness;
-    PermissionsTab tab(harness.controller(), harness.permissions,
-                       {row(services.keyReadingDescription()), row(insertion)});
+    PermissionsTab tab(harness.controller(), {row(services.keyReadingDescription()), row(insertion)});
     ASSERT_EQ(tab.serviceDetails().size(), 2);
     EXPECT_TRUE(tab.serviceDetails().at(0)->text().contains(QStringLiteral("murmurly --press")));
     EXPECT_EQ(tab.serviceDetails().at(1)->text(), insertion.detail);

@@ -31,7 +31,7 @@ struct SettingsFixture {
         : controller(harness.controller()) {
         general = new GeneralTab(controller, translator, inputName);
         usage = new UsageTab(controller.usage());
-        permissions = new PermissionsTab(controller, harness.permissions);
+        permissions = new PermissionsTab(controller);
         QList<SettingsPage> pages;
         for (const SettingsTab tab : SettingsTabs::allCases) {
             QWidget* page = nullptr;

@@ -52,12 +52,18 @@ TEST(SettingsWindow, HasItsMinimumSizeAndSidebarWidthAndOpensAtItsContentSize) {
     EXPECT_FALSE(scroller->verticalScrollBar()->isVisible());
     saveScreenshot(&window, QStringLiteral("settings-general-opened"));
 
-    // No larger than the content needs.
+    // Larger than its content, as the user drags it, to see more rows of a list.
     const QSize opened = window.size();
-    window.resize(3000, 3000);
-    QCoreApplication::processEvents();
-    EXPECT_LE(window.width(), opened.width());
-    EXPECT_LE(window.height(), opened.height());
+    const QSize larger = (opened + QSize(160, 120)).boundedTo(QSize(1280, 800));
+    ASSERT_NE(larger, opened);
+    window.resize(larger);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window.size() == larger; }, 5000))
+        << window.width() << "x" << window.height();
+    // Shown again, it still sets no maximum.
+    window.hide();
+    window.showAndRaise();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    EXPECT_EQ(window.maximumSize(), QSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX));
 
     // Never smaller than the minimum; the page scrolls instead.
     window.resize(300, 200);

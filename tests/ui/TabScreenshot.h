@@ -25,4 +25,22 @@ inline QString saveTabScreenshot(QWidget& tab, const QString& name) {
     return tab.grab().save(path) ? path : QString();
 }
 
+// Whether the picture shows something drawn inside `area` (the geometry of a widget of the tab):
+// more than one colour there, as text or a frame makes, rather than bare background.
+inline bool picturesSomethingIn(const QString& picturePath, const QRect& area) {
+    const QImage image(picturePath);
+    const QRect inside = area.intersected(image.rect());
+    if (inside.isEmpty()) return false;
+    const QRgb first = image.pixel(inside.topLeft());
+    for (int y = inside.top(); y <= inside.bottom(); ++y)
+        for (int x = inside.left(); x <= inside.right(); ++x)
+            if (image.pixel(x, y) != first) return true;
+    return false;
+}
+
+// Where `widget` lies in a picture of `tab`.
+inline QRect areaIn(const QWidget& tab, const QWidget& widget) {
+    return QRect(widget.mapTo(&tab, QPoint(0, 0)), widget.size());
+}
+
 } // namespace murmurly::testing

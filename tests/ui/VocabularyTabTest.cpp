@@ -374,6 +374,20 @@ TEST_F(VocabularyTabTest, Screenshot) {
     const QString path = murmurly::testing::saveTabScreenshot(tab, QStringLiteral("vocabulary-tab"));
     ASSERT_FALSE(path.isEmpty());
     EXPECT_EQ(QImage(path).size(), murmurly::testing::tabAreaSize);
+    // What the picture shows: the five rows, the second one's words drawn in its fields.
+    auto* table = child<QTableWidget>(tab, "rules");
+    ASSERT_TRUE(murmurly::testing::shown(tab, table));
+    EXPECT_EQ(table->rowCount(), 5);
+    auto* from = qobject_cast<QLineEdit*>(table->cellWidget(1, 0));
+    auto* to = qobject_cast<QLineEdit*>(table->cellWidget(1, 1));
+    ASSERT_NE(from, nullptr);
+    ASSERT_NE(to, nullptr);
+    EXPECT_EQ(from->text(), QStringLiteral("kubernetes"));
+    EXPECT_EQ(to->text(), QStringLiteral("Kubernetes"));
+    EXPECT_TRUE(murmurly::testing::picturesSomethingIn(path, murmurly::testing::areaIn(tab, *from)));
+    EXPECT_TRUE(murmurly::testing::picturesSomethingIn(path, murmurly::testing::areaIn(tab, *to)));
+    EXPECT_TRUE(
+        QRect(QPoint(0, 0), murmurly::testing::tabAreaSize).contains(murmurly::testing::areaIn(tab, *to)));
 }
 
 } // namespace

@@ -10,6 +10,9 @@
 #include "records/HistoryStore.h"
 #include "records/UsageTracker.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
@@ -444,6 +447,32 @@ TEST_F(AppControllerTest, StartThatFailsWhileAFinishWaitsInsertsNothing) {
 }
 
 // ---- transcript, replacements, cleanup, history ----
+
+TEST_F(AppControllerTest, AnUnreadableHistoryFileIsKeptAsideAtTheFirstDictationAndTheMenuSaysSoOnce) {
+    const QString path = h.historyFilePath();
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("{ not a history");
+    }
+    AppController& c = controller();
+    EXPECT_FALSE(c.lastError());
+
+    hold(2s);
+    ASSERT_EQ(history().size(), 1);
+    const QStringList kept =
+        QFileInfo(path).absoluteDir().entryList({QStringLiteral("history.unreadable-*.json")}, QDir::Files);
+    ASSERT_EQ(kept.size(), 1);
+    EXPECT_EQ(c.lastErrorText(),
+              QStringLiteral("History could not be read \u2014 the old file was kept as ") + kept.first() +
+                  QLatin1Char('.'));
+
+    QSignalSpy errors(&c, &AppController::lastErrorChanged);
+    hold(2s);
+    EXPECT_EQ(history().size(), 2);
+    EXPECT_EQ(errors.count(), 0);
+}
 
 TEST_F(AppControllerTest, EmptyTranscriptInsertsNothingAndRecordsNoHistory) {
     LogCapture log;

@@ -46,6 +46,40 @@ TEST(AppStartUp, FirstStartWithoutKeyboardAccessPromptsOnceFailsAndStartsTheMoni
     EXPECT_EQ(h.permissions.keyboardPrompts, 1);
 }
 
+TEST(AppStartUp, AskingForKeyboardAccessStartsAListenerThatFailedAtStartUp) {
+    LogCapture log;
+    ControllerHarness h;
+    h.permissions.keyboard = false;
+    h.keyEvents.available = false;
+    AppController& c = h.controller();
+    ASSERT_FALSE(c.hotkeyMonitor().isRunning());
+
+    h.permissions.keyboard = true;
+    h.keyEvents.available = true;
+    c.requestKeyboardAccess();
+    EXPECT_TRUE(c.axTrusted());
+    EXPECT_TRUE(c.hotkeyMonitor().isRunning());
+    EXPECT_TRUE(log.appMessages().contains(QStringLiteral("Hotkey event tap installed")));
+
+    // Asked again while it runs: no second start.
+    const int starts = h.keyEvents.starts;
+    c.requestKeyboardAccess();
+    h.advance(6s);
+    EXPECT_EQ(h.keyEvents.starts, starts);
+    EXPECT_TRUE(c.hotkeyMonitor().isRunning());
+}
+
+TEST(AppStartUp, AskingForKeyboardAccessThatIsStillMissingStartsNothing) {
+    ControllerHarness h;
+    h.permissions.keyboard = false;
+    h.keyEvents.available = false;
+    AppController& c = h.controller();
+    const int starts = h.keyEvents.starts;
+    c.requestKeyboardAccess();
+    EXPECT_FALSE(c.axTrusted());
+    EXPECT_EQ(h.keyEvents.starts, starts);
+}
+
 TEST(AppStartUp, KeyboardAccessAtStartInstallsTheListenerWithoutPrompting) {
     LogCapture log;
     ControllerHarness h;

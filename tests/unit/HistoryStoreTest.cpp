@@ -1,4 +1,5 @@
 #include "records/HistoryStore.h"
+#include "LogCapture.h"
 #include "ManualClock.h"
 #include "MemoryDefaults.h"
 #include "TemporaryHome.h"
@@ -11,8 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <ctime>
+
 using namespace murmurly;
 using namespace std::chrono_literals;
+using murmurly::testing::LogCapture;
 using murmurly::testing::ManualClock;
 using murmurly::testing::MemoryDefaults;
 using murmurly::testing::TemporaryHome;
@@ -381,4 +386,94 @@ TEST_F(HistoryStoreTest, FileNestedMoreThan64DeepLoadsAsAnEmptyHistory) {
         HistoryStore store(defaults, clock, path);
         EXPECT_TRUE(store.entries().isEmpty()) << deep.left(40).constData();
     }
+}
+
+namespace {
+
+// The name a kept file gets at the clock's time, spelled out with the C library's local time.
+QString expectedKeptName(const ManualClock& clock) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(clock.now());
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[64] = {};
+    std::strftime(text, sizeof text, "history.unreadable-%Y-%m-%d-%H%M%S.json", &local);
+    return QString::fromLatin1(text);
+}
+
+QStringList filesBeside(const QString& path) {
+    return QDir(QFileInfo(path).absolutePath()).entryList(QDir::Files, QDir::Name);
+}
+
+} // namespace
+
+TEST_F(HistoryStoreTest, AnUnreadableFileIsKeptBesideTheNewOneUnderADatedNameBeforeTheFirstSave) {
+    const QByteArray garbage("[{\"id\": this is not JSON \x01\xfe at all");
+    writeFile(garbage);
+    LogCapture log;
+    HistoryStore store(defaults, clock, path);
+    QSignalSpy kept(&store, &HistoryStore::unreadableFileKept);
+    EXPECT_TRUE(store.entries().isEmpty());
+    EXPECT_EQ(fileBytes(), garbage); // loading alone moves nothing
+
+    store.setEnabled(true);
+    store.record(entry(QStringLiteral("first")));
+    const QString keptName = expectedKeptName(clock);
+    EXPECT_EQ(filesBeside(path), (QStringList{QStringLiteral("history.json"), keptName}));
+    QFile keptFile(QFileInfo(path).absoluteDir().filePath(keptName));
+    ASSERT_TRUE(keptFile.open(QIODevice::ReadOnly));
+    EXPECT_EQ(keptFile.readAll(), garbage);
+    EXPECT_EQ(fileRawTexts(), QStringList{QStringLiteral("first")});
+    ASSERT_EQ(kept.count(), 1);
+    EXPECT_EQ(kept.at(0).at(0).toString(), keptFile.fileName());
+    EXPECT_EQ(
+        log.messages(QtWarningMsg),
+        QStringList{QStringLiteral("History file could not be read; kept it as ") + keptFile.fileName()});
+
+    // Said once: later saves write over the new file only.
+    clock.advance(5s);
+    store.record(entry(QStringLiteral("second")));
+    EXPECT_EQ(filesBeside(path), (QStringList{QStringLiteral("history.json"), keptName}));
+    EXPECT_EQ(kept.count(), 1);
+    EXPECT_EQ(log.messages(QtWarningMsg).size(), 1);
+}
+
+TEST_F(HistoryStoreTest, ASecondUnreadableFileInTheSameSecondDoesNotReplaceTheFirstKeptOne) {
+    writeFile("first garbage");
+    {
+        HistoryStore store(defaults, clock, path);
+        store.save();
+    }
+    writeFile("second garbage");
+    HistoryStore store(defaults, clock, path);
+    store.save();
+    const QStringList files = filesBeside(path);
+    ASSERT_EQ(files.size(), 3) << files.join(QLatin1Char(' ')).toStdString();
+    QStringList keptContents;
+    for (const QString& name : files) {
+        if (name == QStringLiteral("history.json")) continue;
+        QFile file(QFileInfo(path).absoluteDir().filePath(name));
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        keptContents << QString::fromUtf8(file.readAll());
+    }
+    keptContents.sort();
+    EXPECT_EQ(keptContents, (QStringList{QStringLiteral("first garbage"), QStringLiteral("second garbage")}));
+}
+
+TEST_F(HistoryStoreTest, AReadableOrEmptyOrMissingFileIsNotKeptAside) {
+    HistoryStore fresh(defaults, clock, path); // no file yet
+    QSignalSpy keptFresh(&fresh, &HistoryStore::unreadableFileKept);
+    fresh.save();
+    EXPECT_EQ(filesBeside(path), QStringList{QStringLiteral("history.json")});
+
+    HistoryStore readable(defaults, clock, path); // the "[]" just written
+    QSignalSpy keptReadable(&readable, &HistoryStore::unreadableFileKept);
+    readable.save();
+    EXPECT_EQ(filesBeside(path), QStringList{QStringLiteral("history.json")});
+
+    writeFile(QByteArray());
+    HistoryStore empty(defaults, clock, path);
+    QSignalSpy keptEmpty(&empty, &HistoryStore::unreadableFileKept);
+    empty.save();
+    EXPECT_EQ(filesBeside(path), QStringList{QStringLiteral("history.json")});
+    EXPECT_EQ(keptFresh.count() + keptReadable.count() + keptEmpty.count(), 0);
 }

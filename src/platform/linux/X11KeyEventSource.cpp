@@ -3,6 +3,7 @@
 #include "core/Log.h"
 #include "hotkey/KeyCodes.h"
 #include "platform/linux/X11ConnectionLoss.h"
+#include "platform/linux/X11OwnKeyEvents.h"
 
 #include <QThread>
 
@@ -43,8 +44,9 @@ constexpr int pollMilliseconds = 250;
 
 } // namespace
 
-X11KeyEventSource::X11KeyEventSource(QByteArray displayName)
-    : m_displayName(std::move(displayName)) {
+X11KeyEventSource::X11KeyEventSource(QByteArray displayName, X11OwnKeyEvents* ownEvents)
+    : m_displayName(std::move(displayName))
+    , m_ownEvents(ownEvents) {
 }
 
 X11KeyEventSource::~X11KeyEventSource() {
@@ -82,12 +84,14 @@ bool X11KeyEventSource::start(KeyEventSink& sink) {
     XISetMask(maskBits, XI_RawKeyRelease);
     XIEventMask mask{XIAllMasterDevices, sizeof maskBits, maskBits};
     XISelectEvents(display, m_root, &mask, 1);
+    findXTestKeyboard();
     loadKeymap();
     // Keys already held (a modifier, say) count from the start.
     char keys[32] = {};
     XQueryKeymap(display, keys);
     for (std::size_t code = 0; code < m_down.size(); ++code)
         m_down[code] = (keys[code / 8] >> (code % 8)) & 1;
+    m_swallowed.fill(false);
     XSync(display, False);
 
     m_sink = &sink;
@@ -158,6 +162,7 @@ void X11KeyEventSource::run() {
     if (m_connected) {
         for (KeyCode code : m_grabbed)
             XUngrabKey(m_display, code, AnyModifier, m_root);
+        XUngrabKeyboard(m_display, CurrentTime); // in case a grabbed key is held right now
         XSync(m_display, False);
     }
     m_grabbed.clear();
@@ -173,7 +178,14 @@ void X11KeyEventSource::handle(_XEvent& event) {
             const int type = event.xcookie.evtype;
             if (type == XI_RawKeyPress || type == XI_RawKeyRelease) {
                 const auto* raw = static_cast<const XIRawEvent*>(event.xcookie.data);
-                keyChanged(static_cast<unsigned int>(raw->detail), type == XI_RawKeyPress);
+                const auto code = static_cast<unsigned int>(raw->detail);
+                const bool pressed = type == XI_RawKeyPress;
+                if (code < m_down.size() && isOwnEvent(raw)) {
+                    m_down[code] = pressed; // our own paste chord: state only, never an edge
+                    m_swallowed[code] = false;
+                } else {
+                    keyChanged(code, pressed);
+                }
             }
             XFreeEventData(m_display, &event.xcookie);
         }
@@ -184,31 +196,87 @@ void X11KeyEventSource::handle(_XEvent& event) {
         loadKeymap();
         updateGrabs();
     }
-    // While one of our grabs is active the server sends this client the grabbed key's events as
-    // core events instead of raw ones; the press usually came raw already, so only what changes
-    // the key's state counts.
+    // Core key events come only while one of our grabs holds the keyboard, one at a time (the
+    // keyboard stays frozen until answered). The raw event came first as a rule and was judged
+    // already; a core one that changes the key's state is judged here.
     if (event.type == KeyPress || event.type == KeyRelease) {
         const unsigned int code = event.xkey.keycode;
         const bool pressed = event.type == KeyPress;
-        if (code < m_down.size() && m_down[code] != pressed) keyChanged(code, pressed);
+        if (code >= m_down.size()) return;
+        if (m_down[code] != pressed) keyChanged(code, pressed);
+        answerGrabbedEvent(code);
     }
+}
+
+void X11KeyEventSource::answerGrabbedEvent(unsigned int xKeyCode) {
+    if (m_swallowed[xKeyCode]) {
+        // Kept from the focused window. While the bound key is down the next event is handed over
+        // in turn, so that its release can be kept too; otherwise (its release, Esc's press) the
+        // keyboard is let go at once.
+        if (aWithheldKeyIsDown())
+            XAllowEvents(m_display, SyncKeyboard, CurrentTime);
+        else
+            XUngrabKeyboard(m_display, CurrentTime);
+    } else {
+        // Not ours: the server delivers it to the focused window as if there had been no grab,
+        // and ends the grab. The trigger still held takes the keyboard back, so that its own
+        // release is kept too.
+        XAllowEvents(m_display, ReplayKeyboard, CurrentTime);
+        if (aWithheldKeyIsDown() &&
+            XGrabKeyboard(m_display, m_root, False, GrabModeAsync, GrabModeSync, CurrentTime) == GrabSuccess)
+            XAllowEvents(m_display, SyncKeyboard, CurrentTime);
+    }
+    XFlush(m_display);
+}
+
+bool X11KeyEventSource::aWithheldKeyIsDown() const {
+    for (std::size_t code = 0; code < m_down.size(); ++code)
+        if (m_down[code] && m_swallowed[code] && m_boundKey[code]) return true;
+    return false;
+}
+
+bool X11KeyEventSource::isOwnEvent(const void* rawEvent) {
+    if (!m_ownEvents) return false;
+    const auto* raw = static_cast<const XIRawEvent*>(rawEvent);
+    // Our chord comes from the XTest keyboard; a real keyboard's key is never taken for it.
+    if (m_xtestKeyboard >= 0 && raw->sourceid != m_xtestKeyboard) return false;
+    return m_ownEvents->take(static_cast<unsigned char>(raw->detail), raw->evtype == XI_RawKeyPress);
+}
+
+void X11KeyEventSource::findXTestKeyboard() {
+    m_xtestKeyboard = -1;
+    int count = 0;
+    XIDeviceInfo* devices = XIQueryDevice(m_display, XIAllDevices, &count);
+    if (!devices) return;
+    for (int i = 0; i < count; ++i) {
+        const XIDeviceInfo& device = devices[i];
+        // The X server names it "<master's name> XTEST keyboard".
+        if (device.use == XISlaveKeyboard && device.name &&
+            QByteArray(device.name).endsWith("XTEST keyboard")) {
+            m_xtestKeyboard = device.deviceid;
+            break;
+        }
+    }
+    XIFreeDeviceInfo(devices);
 }
 
 void X11KeyEventSource::keyChanged(unsigned int xKeyCode, bool pressed) {
     if (xKeyCode >= m_down.size()) return;
     const bool wasDown = m_down[xKeyCode];
     m_down[xKeyCode] = pressed;
+    m_swallowed[xKeyCode] = false;
     const auto canonical = m_keymap.canonical(xKeyCode);
     if (!canonical) return; // a key outside the canonical space cannot be a trigger
     if (X11Keymap::isModifierKey(*canonical)) {
         if (pressed && wasDown) return; // a held modifier repeating changes no flag
-        m_sink->keyEvent(KeyEvent::Type::flagsChanged, *canonical, heldModifierFlags());
+        m_swallowed[xKeyCode] =
+            m_sink->keyEvent(KeyEvent::Type::flagsChanged, *canonical, heldModifierFlags());
         return;
     }
     // A press of a key already down is the keyboard's auto-repeat: a key-down again, as the
     // monitor expects.
-    m_sink->keyEvent(pressed ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp, *canonical,
-                     heldModifierFlags());
+    m_swallowed[xKeyCode] = m_sink->keyEvent(pressed ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp,
+                                             *canonical, heldModifierFlags());
 }
 
 std::uint64_t X11KeyEventSource::heldModifierFlags() const {
@@ -234,6 +302,9 @@ void X11KeyEventSource::updateGrabs() {
     }
     std::vector<unsigned char> codes;
     if (wanted.boundKey) codes = m_keymap.xKeyCodes(*wanted.boundKey);
+    m_boundKey.fill(false);
+    for (KeyCode code : codes)
+        m_boundKey[code] = true;
     if (wanted.escape)
         for (KeyCode code : m_keymap.xKeyCodes(KeyCodes::escape))
             if (std::find(codes.begin(), codes.end(), code) == codes.end()) codes.push_back(code);
@@ -242,7 +313,7 @@ void X11KeyEventSource::updateGrabs() {
     for (KeyCode code : m_grabbed)
         XUngrabKey(m_display, code, AnyModifier, m_root);
     for (KeyCode code : codes)
-        XGrabKey(m_display, code, AnyModifier, m_root, False, GrabModeAsync, GrabModeAsync);
+        XGrabKey(m_display, code, AnyModifier, m_root, False, GrabModeAsync, GrabModeSync);
     XSync(m_display, False);
     m_grabbed = codes;
     m_grabbedCount = static_cast<int>(codes.size());

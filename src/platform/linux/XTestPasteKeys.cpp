@@ -2,6 +2,7 @@
 
 #include "core/Defaults.h"
 #include "platform/linux/X11FocusedWindow.h"
+#include "platform/linux/X11OwnKeyEvents.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
@@ -38,9 +39,10 @@ bool isModifierKeysym(KeySym keysym) {
 
 } // namespace
 
-XTestPasteKeys::XTestPasteKeys(const Defaults& defaults, QByteArray displayName)
+XTestPasteKeys::XTestPasteKeys(const Defaults& defaults, QByteArray displayName, X11OwnKeyEvents* ownEvents)
     : m_defaults(defaults)
-    , m_displayName(std::move(displayName)) {
+    , m_displayName(std::move(displayName))
+    , m_ownEvents(ownEvents) {
 }
 
 XTestPasteKeys::~XTestPasteKeys() {
@@ -133,16 +135,21 @@ bool XTestPasteKeys::paste() {
             isModifierKeysym(XkbKeycodeToKeysym(x, static_cast<KeyCode>(code), 0, 0)))
             held.push_back(static_cast<KeyCode>(code));
 
+    std::vector<X11OwnKeyEvents::Event> chord;
     for (KeyCode code : held)
-        XTestFakeKeyEvent(x, code, False, CurrentTime);
-    XTestFakeKeyEvent(x, control, True, CurrentTime);
-    if (terminal) XTestFakeKeyEvent(x, shift, True, CurrentTime);
-    XTestFakeKeyEvent(x, v, True, CurrentTime);
-    XTestFakeKeyEvent(x, v, False, CurrentTime);
-    if (terminal) XTestFakeKeyEvent(x, shift, False, CurrentTime);
-    XTestFakeKeyEvent(x, control, False, CurrentTime);
+        chord.push_back({code, false});
+    chord.push_back({control, true});
+    if (terminal) chord.push_back({shift, true});
+    chord.push_back({v, true});
+    chord.push_back({v, false});
+    if (terminal) chord.push_back({shift, false});
+    chord.push_back({control, false});
     for (KeyCode code : held)
-        XTestFakeKeyEvent(x, code, True, CurrentTime);
+        chord.push_back({code, true});
+
+    if (m_ownEvents) m_ownEvents->announce(chord.data(), chord.size());
+    for (const X11OwnKeyEvents::Event& event : chord)
+        XTestFakeKeyEvent(x, event.xKeyCode, event.pressed ? True : False, CurrentTime);
     XFlush(x);
     return true;
 }

@@ -10,6 +10,7 @@ struct _XDisplay;
 namespace murmurly {
 
 class Defaults;
+class X11OwnKeyEvents;
 
 // The paste chord made with the X server's XTest extension: Ctrl+V, or Ctrl+Shift+V when the
 // focused window belongs to a terminal emulator (where Ctrl+V goes to the program inside). Any
@@ -21,8 +22,10 @@ public:
     // by commas.
     static inline const QString terminalClassesKey = QStringLiteral("terminalWindowClasses");
 
-    // An empty display name means the DISPLAY of the environment.
-    explicit XTestPasteKeys(const Defaults& defaults, QByteArray displayName = {});
+    // An empty display name means the DISPLAY of the environment. Every key event of the chord is
+    // announced in `ownEvents` first, so the trigger's key reader does not take it for the user's.
+    explicit XTestPasteKeys(const Defaults& defaults, QByteArray displayName = {},
+                            X11OwnKeyEvents* ownEvents = nullptr);
     ~XTestPasteKeys() override;
     XTestPasteKeys(const XTestPasteKeys&) = delete;
     XTestPasteKeys& operator=(const XTestPasteKeys&) = delete;
@@ -39,6 +42,7 @@ private:
 
     const Defaults& m_defaults;
     QByteArray m_displayName;
+    X11OwnKeyEvents* m_ownEvents = nullptr;
     _XDisplay* m_display = nullptr;
 };
 
