@@ -39,6 +39,7 @@ QString transcribeSamples(const std::vector<std::int16_t>& samples) {
     TranscriptionEngine engine(sharedBackend(), clock, QStringLiteral("en-US"));
     std::shared_ptr<AnalyzerInputStream> input = runTask(engine.start());
     feed(*input, samples);
+    waitUntilTaken(*input);
     const QString text = runTask(engine.finish());
     runEventLoopFor(300);
     return text;
