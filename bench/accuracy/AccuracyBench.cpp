@@ -101,9 +101,9 @@ QList<Utterance> espeakUtterances(const QTemporaryDir& dir) {
     for (qsizetype i = 0; i < sentences.size(); ++i) {
         const QString spoken = dir.filePath(QStringLiteral("spoken%1.wav").arg(i));
         const QString for16k = dir.filePath(QStringLiteral("espeak-%1.wav").arg(i));
-        if (QProcess::execute(QStringLiteral("espeak-ng"), {QStringLiteral("-v"), QStringLiteral("en-us"),
-                                                            QStringLiteral("-s"), QStringLiteral("140"),
-                                                            QStringLiteral("-w"), spoken, sentences[i]}) != 0 ||
+        if (QProcess::execute(QStringLiteral("espeak-ng"),
+                              {QStringLiteral("-v"), QStringLiteral("en-us"), QStringLiteral("-s"),
+                               QStringLiteral("140"), QStringLiteral("-w"), spoken, sentences[i]}) != 0 ||
             QProcess::execute(QStringLiteral("sox"),
                               {QStringLiteral("-D"), spoken, QStringLiteral("-r"), QStringLiteral("16000"),
                                QStringLiteral("-c"), QStringLiteral("1"), QStringLiteral("-b"),
@@ -142,7 +142,8 @@ public:
 
     // The file's samples fed as microphone-sized buffers (in real time unless told otherwise),
     // then finish(); the seconds from the end of the audio to the transcript.
-    static QString feed(PocketsphinxBackend& backend, const WavAudio& audio, bool realTime, double& releaseSeconds) {
+    static QString feed(PocketsphinxBackend& backend, const WavAudio& audio, bool realTime,
+                        double& releaseSeconds) {
         SystemClock clock;
         TranscriptionEngine engine(backend, clock, english);
         std::shared_ptr<AnalyzerInputStream> input = wait(engine.start());
@@ -281,16 +282,18 @@ public:
         std::printf("%-52s %-20s %-20s\n", "in one run: files one after another", rate(books.oneRun).c_str(),
                     rate(synthetic.oneRun).c_str());
         std::printf("%-52s %-20s %-20s\n", "live: played into the audio server, captured",
-                    live ? rate(books.live).c_str() : "not run", live ? rate(synthetic.live).c_str() : "not run");
+                    live ? rate(books.live).c_str() : "not run",
+                    live ? rate(synthetic.live).c_str() : "not run");
         const double gap = books.fresh.rate() - books.oneRun.rate();
         std::printf("transcribe − in one run on LibriVox: %+.1f points (goal: within one point: %s)\n", gap,
                     gap <= 1.0 ? "met" : "NOT met");
         if (m_options.realTime) {
             std::vector<double> all = books.releaseMs;
             all.insert(all.end(), synthetic.releaseMs.begin(), synthetic.releaseMs.end());
-            std::printf("release → transcript, in one run fed in real time: p50 %.1f ms, max %.1f ms over %zu "
-                        "sentences (goal p50 ≤ 100 ms)\n",
-                        median(all), *std::max_element(all.begin(), all.end()), all.size());
+            std::printf(
+                "release → transcript, in one run fed in real time: p50 %.1f ms, max %.1f ms over %zu "
+                "sentences (goal p50 ≤ 100 ms)\n",
+                median(all), *std::max_element(all.begin(), all.end()), all.size());
         }
     }
 

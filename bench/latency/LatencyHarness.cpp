@@ -406,12 +406,14 @@ private:
                     later.errors, later.referenceWords);
         if (afterRestarts.starts > 0) {
             const double gap = afterRestarts.first.rate() - afterRestarts.rest.rate();
-            std::snprintf(label, sizeof label, "  first dictation after each of %d starts", afterRestarts.starts);
+            std::snprintf(label, sizeof label, "  first dictation after each of %d starts",
+                          afterRestarts.starts);
             std::printf("%-48s %8.1f %%   (%d errors in %d words) within 2 points of the rest (%s)\n", label,
                         afterRestarts.first.rate(), afterRestarts.first.errors,
                         afterRestarts.first.referenceWords, verdict(gap <= 2.0));
-            std::printf("%-48s %8.1f %%   (%d errors in %d words)\n", "  the other dictations of those starts",
-                        afterRestarts.rest.rate(), afterRestarts.rest.errors, afterRestarts.rest.referenceWords);
+            std::printf("%-48s %8.1f %%   (%d errors in %d words)\n",
+                        "  the other dictations of those starts", afterRestarts.rest.rate(),
+                        afterRestarts.rest.errors, afterRestarts.rest.referenceWords);
         }
         std::printf("\nReference: pocketsphinx_continuous -infile, whole file (model load included)\n");
         std::printf("%-48s %7.1f ms\n", "median decode time of the same sentences", referenceMedian);
@@ -434,9 +436,8 @@ int main(int argc, char** argv) {
     const std::optional<Options> options = parseOptions(argc, argv);
     if (!options) {
         std::fprintf(
-            stderr,
-            "usage: murmurly_latency [--dictations N] [--starts N] [--restarts N] [--idle-seconds S] "
-            "[--show-marks]\n");
+            stderr, "usage: murmurly_latency [--dictations N] [--starts N] [--restarts N] [--idle-seconds S] "
+                    "[--show-marks]\n");
         return 2;
     }
     // The desktop is the harness's own: a private X server, session bus, audio server and home.

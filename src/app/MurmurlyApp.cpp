@@ -14,7 +14,8 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
     , m_pasteKeys(m_defaults)
     // The running program keeps what the recognizer learns of the voice and microphone between
     // runs, so that the first dictation after start is recognized as well as the later ones.
-    , m_speech(PocketsphinxBackend::defaultModelRoots(), {}, CepstralMeanStore(CepstralMeanStore::defaultFolder()))
+    , m_speech(PocketsphinxBackend::defaultModelRoots(), {},
+               CepstralMeanStore(CepstralMeanStore::defaultFolder()))
     , m_microphone(std::make_unique<PulseCaptureDevice>())
     , m_loginItem(QCoreApplication::applicationFilePath()) {
     m_controller = std::make_unique<AppController>(AppServices{

@@ -16,8 +16,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -317,7 +317,8 @@ TEST(PocketsphinxBackend, TheCepstralMeanIsStoredOnlyAfterADictationInWhichWords
 
     // Another silent dictation leaves the stored mean as the last words left it.
     EXPECT_EQ(transcribe(backend, std::vector<std::int16_t>(16000 * 2, 0)), QString());
-    expectSameMean(*store.load(QStringLiteral("en-US"), decoder->model().acousticModel, stored->size()), *stored);
+    expectSameMean(*store.load(QStringLiteral("en-US"), decoder->model().acousticModel, stored->size()),
+                   *stored);
 }
 
 TEST(PocketsphinxBackend, TheStoredCepstralMeanSurvivesARestart) {
@@ -347,7 +348,8 @@ TEST(PocketsphinxBackend, ACorruptOrForeignStoredCepstralMeanIsIgnored) {
         {"not JSON", "\x01\x02garbage{{"},
         {"empty", ""},
         {"another format", R"({"format":2,"acousticModel":")" + model + R"(","mean":)" + thirteen + "}"},
-        {"another acoustic model", R"({"format":1,"acousticModel":"/elsewhere/model","mean":)" + thirteen + "}"},
+        {"another acoustic model",
+         R"({"format":1,"acousticModel":"/elsewhere/model","mean":)" + thirteen + "}"},
         {"too few values", R"({"format":1,"acousticModel":")" + model + R"(","mean":[40,1,2]})"},
         {"a value that is not a number",
          R"({"format":1,"acousticModel":")" + model + R"(","mean":[40,1,2,3,4,5,6,7,8,9,10,11,"x"]})"},

@@ -38,9 +38,8 @@ QString CepstralMeanStore::filePath(const QString& language) const {
     return m_folder + QLatin1Char('/') + bcp47Identifier(language) + QStringLiteral(".json");
 }
 
-std::optional<std::vector<float>> CepstralMeanStore::load(const QString& language,
-                                                          const QString& acousticModel,
-                                                          std::size_t size) const {
+std::optional<std::vector<float>>
+CepstralMeanStore::load(const QString& language, const QString& acousticModel, std::size_t size) const {
     QFile file(filePath(language));
     if (file.size() > largestPlausibleFile || !file.open(QIODevice::ReadOnly)) return std::nullopt;
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll());

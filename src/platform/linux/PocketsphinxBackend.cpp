@@ -10,9 +10,9 @@ namespace murmurly {
 PocketsphinxBackend::PocketsphinxBackend(QStringList modelRoots, DecoderLoader load,
                                          std::optional<CepstralMeanStore> meanStore)
     : m_roots(std::move(modelRoots))
-    , m_load(load ? std::move(load) : [](const PocketsphinxModel& model) {
-        return std::make_shared<PocketsphinxDecoder>(model);
-    })
+    , m_load(
+          load ? std::move(load)
+               : [](const PocketsphinxModel& model) { return std::make_shared<PocketsphinxDecoder>(model); })
     , m_meanStore(std::move(meanStore)) {
     PocketsphinxDecoder::routeLogging();
 }
