@@ -83,16 +83,19 @@ PocketsphinxDecoder::PocketsphinxDecoder(const PocketsphinxModel& model, const O
     //  -fwdflat no, -bestpath no: pocketsphinx normally rescans the whole utterance twice more
     //    once the audio has ended (a flat-lexicon search, then a lattice best path), which costs
     //    160-400 ms on a short sentence, all of it after the release. The tree search alone runs
-    //    as the audio arrives; on the LibriVox test sentences it gives the same word error rate
-    //    as the default two extra passes (36.6% both with Debian's en-us model), so the extra
-    //    passes buy nothing here but latency.
+    //    as the audio arrives, and with the cepstral mean learned (see CepstralMeanStore) it is
+    //    also the more accurate: on the LibriVox test sentences 25.4% word error rate for a file
+    //    alone and 26.8% for the files in one run, against 28.2% and 31.0% with both extra passes
+    //    and 31.0% and 29.6% with the best path alone.
     //  -maxhmmpf 5000, -maxwpf 10: caps on the models and words kept alive per 10 ms frame
     //    (defaults 30000 and unlimited). The live search must keep up with speech even on a busy
     //    machine, or the words still queued at the release are decoded after it. On the test
     //    sentences these caps halve the search's processor time (14.4 s to 7.7 s for 24.7 s of
-    //    audio on the development machine) with an unchanged error rate; tighter caps
-    //    (-maxhmmpf 3000) or narrower beams cost several points of error rate.
-    //  Beams, word penalties and the language weight stay at the model's defaults.
+    //    audio on the development machine) with an unchanged error rate (-maxhmmpf 10000 gives
+    //    the same words); tighter caps (-maxhmmpf 3000) cost several points of error rate.
+    //  Beams and the language weight stay at the model's defaults: wider beams (-beam 1e-60
+    //    -wbeam 1e-48) change one word of the test sentences, and a heavier language weight
+    //    (-lw 8 or 10) is worse overall (36.6% and 52.1% in one run).
     //  Voice activity detection stays on (the default): the session ends an utterance at each
     //    pause, so long dictations are settled piece by piece while the user is still talking.
     m_settings = {{"-hmm", QFile::encodeName(model.acousticModel)},
@@ -149,16 +152,13 @@ std::optional<std::vector<float>> PocketsphinxDecoder::cepstralMeanOf(const std:
     // The decoder's own front end holds the state of the stream it is decoding; this one is new.
     fe_t* frontEnd = fe_init_auto_r(cmd_ln_retain(ps_get_config(m_decoder)));
     if (!frontEnd) return std::nullopt;
-    const int size = fe_get_output_size(frontEnd);
+    const auto size = std::size_t(fe_get_output_size(frontEnd));
     constexpr int32 framesPerCall = 256;
-    auto** frames = static_cast<mfcc_t**>(ckd_calloc_2d(framesPerCall, std::size_t(size), sizeof(mfcc_t)));
-    std::vector<double> sum(std::size_t(size), 0.0);
-    std::int64_t frameCount = 0;
+    auto** frames = static_cast<mfcc_t**>(ckd_calloc_2d(framesPerCall, size, sizeof(mfcc_t)));
+    std::vector<float> kept; // every frame the voice activity detection passes, one after another
     const auto add = [&](int32 n) {
         for (int32 f = 0; f < n; ++f)
-            for (int i = 0; i < size; ++i)
-                sum[std::size_t(i)] += double(frames[f][i]);
-        frameCount += n;
+            kept.insert(kept.end(), frames[f], frames[f] + size);
     };
     fe_start_stream(frontEnd);
     fe_start_utt(frontEnd);
@@ -176,10 +176,30 @@ std::optional<std::vector<float>> PocketsphinxDecoder::cepstralMeanOf(const std:
     add(last);
     ckd_free_2d(frames);
     fe_free(frontEnd);
+    const std::size_t frameCount = kept.size() / size;
     if (frameCount == 0) return std::nullopt;
+
+    // The detector pads each stretch of speech with the frames just before it, which after a
+    // long silence are silence: digital zeros or a quiet room, far below the voice in energy
+    // (the first value). A few of them would drag the average energy down markedly, so frames
+    // far quieter than the typical frame are left out.
+    std::vector<float> energies;
+    for (std::size_t f = 0; f < frameCount; ++f)
+        energies.push_back(kept[f * size]);
+    std::nth_element(energies.begin(), energies.begin() + std::ptrdiff_t(frameCount / 2), energies.end());
+    const float floor = energies[frameCount / 2] - quieterThanSpeech;
+    std::vector<double> sum(size, 0.0);
+    std::size_t used = 0;
+    for (std::size_t f = 0; f < frameCount; ++f) {
+        const float* frame = &kept[f * size];
+        if (frame[0] < floor) continue;
+        for (std::size_t i = 0; i < size; ++i)
+            sum[i] += double(frame[i]);
+        ++used;
+    }
     std::vector<float> mean;
     for (double total : sum)
-        mean.push_back(float(total / double(frameCount)));
+        mean.push_back(float(total / double(used)));
     return mean;
 }
 

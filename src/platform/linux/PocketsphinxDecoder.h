@@ -72,6 +72,10 @@ public:
     void storeCepstralMean(const std::vector<float>& mean) const;
 
 private:
+    // How far below the typical frame's energy (the first cepstral value, a natural log) a frame
+    // is taken for silence by cepstralMeanOf(): the voice's quiet sounds stay well within it.
+    static constexpr float quieterThanSpeech = 20.0f;
+
     PocketsphinxModel m_model;
     Options m_settings;
     std::optional<CepstralMeanStore> m_meanStore;
