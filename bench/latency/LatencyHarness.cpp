@@ -3,8 +3,10 @@
 // pasted into another application's field. The key events' sending times are read on the monotonic
 // clock here and set against the moments the program logs on the same clock (its latency lines).
 // Prints one table: press → first captured audio frame and release → paste chord (p50, p95) with
-// cleanup off, idle CPU, resident memory over the dictations, and, for reference, what Debian's
-// pocketsphinx_continuous takes to decode the same files.
+// cleanup off, idle CPU, resident memory over the dictations, the word error rate of the pasted
+// text (that of the first dictation after a start apart from the rest, over several restarts of
+// the program in the same home), and, for reference, what Debian's pocketsphinx_continuous takes
+// to decode the same files.
 #include "LatencyMarks.h"
 #include "ProcessUsage.h"
 
@@ -45,6 +47,7 @@ struct Options {
     int dictations = 50;
     int idleSeconds = 30;
     int starts = 20;
+    int restarts = 5;
     bool showMarks = false;
 };
 
@@ -58,12 +61,15 @@ std::optional<Options> parseOptions(int argc, char** argv) {
             options.idleSeconds = std::atoi(argv[++i]);
         else if (std::strcmp(argv[i], "--starts") == 0 && hasValue)
             options.starts = std::atoi(argv[++i]);
+        else if (std::strcmp(argv[i], "--restarts") == 0 && hasValue)
+            options.restarts = std::atoi(argv[++i]);
         else if (std::strcmp(argv[i], "--show-marks") == 0)
             options.showMarks = true;
         else
             return std::nullopt;
     }
-    if (options.dictations < 1 || options.idleSeconds < 1 || options.starts < 1) return std::nullopt;
+    if (options.dictations < 1 || options.idleSeconds < 1 || options.starts < 1 || options.restarts < 0)
+        return std::nullopt;
     return options;
 }
 
@@ -135,6 +141,13 @@ ProcessUsage::Resident resident(pid_t pid) {
     return *memory;
 }
 
+// Word errors of the dictations that came first after a start and of the others.
+struct FirstAndRest {
+    WordErrors first;
+    WordErrors rest;
+    int starts = 0;
+};
+
 // Resident memory at the points of the run.
 struct Residency {
     ProcessUsage::Resident atStart;
@@ -205,6 +218,24 @@ public:
         const double idleAfterDictations = idleCpuShare(pid, m_options.idleSeconds);
         if (m_program->stop() != 0) fail("the program did not end cleanly", m_program->log());
 
+        // The first dictation after a start, over several starts in the same home: each start
+        // dictates every sentence once, a different one first each time.
+        FirstAndRest afterRestarts;
+        for (int r = 0; r < m_options.restarts; ++r) {
+            startProgram();
+            for (qsizetype i = 0; i < utterances.size(); ++i) {
+                const Utterance& utterance = utterances[(r + i) % utterances.size()];
+                const Dictation dictation = dictate(utterance);
+                (i == 0 ? afterRestarts.first : afterRestarts.rest) += dictation.errors;
+                std::printf("start %d/%d, dictation %lld: %d errors in %d words\n", r + 1, m_options.restarts,
+                            static_cast<long long>(i + 1), dictation.errors.errors,
+                            dictation.errors.referenceWords);
+                std::fflush(stdout);
+            }
+            if (m_program->stop() != 0) fail("the program did not end cleanly", m_program->log());
+            ++afterRestarts.starts;
+        }
+
         std::vector<double> referenceSeconds;
         for (const Utterance& utterance : utterances) {
             const ReferenceDecode decode = decodeWithPocketsphinxContinuous(utterance.wavPath);
@@ -214,7 +245,7 @@ public:
 
         report(startsOnSine, dictations, idleAfterStart, idleAfterDictations,
                {residentAtStart, residentAfterStarts, residentAfterFirst, residentAfterAll}, referenceSeconds,
-               int(utterances.size()));
+               int(utterances.size()), afterRestarts);
     }
 
 private:
@@ -303,7 +334,8 @@ private:
 
     void report(const std::vector<double>& startsOnSine, const std::vector<Dictation>& dictations,
                 double idleAfterStart, double idleAfterDictations, const Residency& memory,
-                const std::vector<double>& referenceSeconds, int sentences) const {
+                const std::vector<double>& referenceSeconds, int sentences,
+                const FirstAndRest& afterRestarts) const {
         std::vector<double> press, release, inside;
         WordErrors errors;
         for (const Dictation& dictation : dictations) {
@@ -364,6 +396,25 @@ private:
                     verdict(growthAfterFirst <= 5));
         std::printf("%-48s %8.1f %%   (%d errors in %d words)\n", "word error rate of the pasted text",
                     errors.rate(), errors.errors, errors.referenceWords);
+        WordErrors later;
+        for (std::size_t i = 1; i < dictations.size(); ++i)
+            later += dictations[i].errors;
+        std::printf("%-48s %8.1f %%   (%d errors in %d words: one sentence)\n",
+                    "  first dictation of a new user (none stored)", dictations.front().errors.rate(),
+                    dictations.front().errors.errors, dictations.front().errors.referenceWords);
+        std::printf("%-48s %8.1f %%   (%d errors in %d words)\n", "  the dictations after it", later.rate(),
+                    later.errors, later.referenceWords);
+        if (afterRestarts.starts > 0) {
+            const double gap = afterRestarts.first.rate() - afterRestarts.rest.rate();
+            std::snprintf(label, sizeof label, "  first dictation after each of %d starts",
+                          afterRestarts.starts);
+            std::printf("%-48s %8.1f %%   (%d errors in %d words) within 2 points of the rest (%s)\n", label,
+                        afterRestarts.first.rate(), afterRestarts.first.errors,
+                        afterRestarts.first.referenceWords, verdict(gap <= 2.0));
+            std::printf("%-48s %8.1f %%   (%d errors in %d words)\n",
+                        "  the other dictations of those starts", afterRestarts.rest.rate(),
+                        afterRestarts.rest.errors, afterRestarts.rest.referenceWords);
+        }
         std::printf("\nReference: pocketsphinx_continuous -infile, whole file (model load included)\n");
         std::printf("%-48s %7.1f ms\n", "median decode time of the same sentences", referenceMedian);
         if (releaseP50 > 0)
@@ -385,8 +436,8 @@ int main(int argc, char** argv) {
     const std::optional<Options> options = parseOptions(argc, argv);
     if (!options) {
         std::fprintf(
-            stderr,
-            "usage: murmurly_latency [--dictations N] [--starts N] [--idle-seconds S] [--show-marks]\n");
+            stderr, "usage: murmurly_latency [--dictations N] [--starts N] [--restarts N] [--idle-seconds S] "
+                    "[--show-marks]\n");
         return 2;
     }
     // The desktop is the harness's own: a private X server, session bus, audio server and home.

@@ -12,6 +12,10 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
     : QObject(parent)
     , m_localModel(m_defaults, m_network)
     , m_session(DesktopSession::detect(), m_defaults)
+    // The running program keeps what the recognizer learns of the voice and microphone between
+    // runs, so that the first dictation after start is recognized as well as the later ones.
+    , m_speech(PocketsphinxBackend::defaultModelRoots(), {},
+               CepstralMeanStore(CepstralMeanStore::defaultFolder()))
     , m_microphone(std::make_unique<PulseCaptureDevice>())
     , m_loginItem(QCoreApplication::applicationFilePath()) {
     if (m_session.session().kind == DesktopSession::Kind::wayland)

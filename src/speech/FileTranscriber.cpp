@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 namespace murmurly {
 
@@ -91,8 +92,15 @@ QCoro::Task<QString> FileTranscriber::transcribe(const AudioBuffer& audio, QStri
     TranscriptionEngine engine(m_backend, m_clock, language, std::move(server));
     const std::optional<AudioFormat> format = engine.bestAudioFormat();
     if (!format) throw MurmurlyError::noAudioFormat();
+    std::vector<AudioBuffer> buffers;
+    convert(audio, *format, [&buffers](AudioBuffer buffer) { buffers.push_back(std::move(buffer)); });
+    // The whole recording is known before its first word is recognized: the recognizer learns
+    // the voice and the microphone from all of it, instead of from the words it has passed.
+    m_backend.adaptToRecording(language, buffers);
     const std::shared_ptr<AnalyzerInputStream> input = co_await engine.start();
-    convert(audio, *format, [&input](AudioBuffer buffer) { input->yield(AnalyzerInput{std::move(buffer)}); });
+    for (AudioBuffer& buffer : buffers)
+        input->yield(AnalyzerInput{std::move(buffer)});
+    buffers.clear();
 
     // finish() gives the recognizer a few seconds to settle the last words, which is plenty for
     // the end of a dictation but not for a long recording queued all at once: let it work through

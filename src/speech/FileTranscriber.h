@@ -21,7 +21,9 @@ class SpeechBackend;
 
 // Recognizes recorded audio the way a dictation recognizes the microphone: one transcription
 // engine, the audio converted to the recognizer's format and fed in buffers the length a
-// 48 kHz microphone delivers, then finish(). Main thread only.
+// 48 kHz microphone delivers, then finish(). The recognizer first adapts to the whole recording
+// (SpeechBackend::adaptToRecording), so a file alone is recognized as well as one heard after
+// others. Main thread only.
 class FileTranscriber {
 public:
     // One capture buffer of a 48 kHz microphone (about 85 ms). The recognizer decides where

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "speech/AudioBuffer.h"
 #include "speech/AudioFormat.h"
 #include "speech/RecognizerSession.h"
 
@@ -9,6 +10,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace murmurly {
 
@@ -41,6 +43,15 @@ public:
     // Gets the recognizer of `language` ready ahead of its first dictation, without waiting for
     // it; back ends with nothing to load do nothing.
     virtual void prepare(const QString& language) { Q_UNUSED(language); }
+
+    // Lets the recognizer of `language` fit what it learns about the speaker and the microphone
+    // to a whole recording (in bestAudioFormat()) before that recording is recognized: a file is
+    // all there from the start, while a dictation is only heard as it goes. Back ends that learn
+    // nothing of the kind do nothing.
+    virtual void adaptToRecording(const QString& language, const std::vector<AudioBuffer>& audio) {
+        Q_UNUSED(language);
+        Q_UNUSED(audio);
+    }
 };
 
 } // namespace murmurly

@@ -11,11 +11,13 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -295,4 +297,112 @@ TEST(PocketsphinxBackend, AModelLoadFailingWhileTheDictationRunsEndsItWithThatEr
     } catch (const ModelLoadError& e) {
         EXPECT_STREQ(e.what(), "The model files are damaged.");
     }
+}
+
+namespace {
+
+const QString sentenceWithWords =
+    libriVoxFolder() + QStringLiteral("/sense_and_sensibility_01_austen_64kb-0880.wav");
+
+// The cepstral mean a decoder of Debian's model starts from when nothing is stored.
+std::vector<float> modelDefaultMean() {
+    PocketsphinxBackend backend({debianModels});
+    return backend.decoder(QStringLiteral("en-US"))->cepstralMean();
+}
+
+void expectSameMean(const std::vector<float>& actual, const std::vector<float>& expected) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (std::size_t i = 0; i < actual.size(); ++i)
+        EXPECT_NEAR(actual[i], expected[i], 1e-4) << "value " << i;
+}
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(path).path()));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_EQ(file.write(bytes), bytes.size());
+}
+
+} // namespace
+
+TEST(PocketsphinxBackend, TheCepstralMeanIsStoredOnlyAfterADictationInWhichWordsWereHeard) {
+    TemporaryHome home;
+    const CepstralMeanStore store(CepstralMeanStore::defaultFolder());
+    EXPECT_EQ(store.filePath(QStringLiteral("en-US")),
+              home.path() + QStringLiteral("/cache/murmurly/cepstral-mean/en-US.json"));
+    const WavAudio sentence = readWav(sentenceWithWords);
+    ASSERT_EQ(sentence.sampleRate, 16000);
+
+    PocketsphinxBackend backend({debianModels}, {}, store);
+    EXPECT_EQ(transcribe(backend, std::vector<std::int16_t>(16000 * 2, 0)), QString());
+    EXPECT_FALSE(QFile::exists(store.filePath(QStringLiteral("en-US")))) << "stored after silence";
+
+    EXPECT_FALSE(transcribe(backend, sentence.samples).isEmpty());
+    const std::shared_ptr<PocketsphinxDecoder> decoder = backend.decoder(QStringLiteral("en-US"));
+    const std::optional<std::vector<float>> stored =
+        store.load(QStringLiteral("en-US"), decoder->model().acousticModel, decoder->cepstralMean().size());
+    ASSERT_TRUE(stored) << "nothing stored after a dictation with words";
+    expectSameMean(*stored, decoder->cepstralMean());
+    // What was stored is learned, not the model's default.
+    EXPECT_GT(std::abs((*stored)[0] - modelDefaultMean()[0]), 0.5f);
+
+    // Another silent dictation leaves the stored mean as the last words left it.
+    EXPECT_EQ(transcribe(backend, std::vector<std::int16_t>(16000 * 2, 0)), QString());
+    expectSameMean(*store.load(QStringLiteral("en-US"), decoder->model().acousticModel, stored->size()),
+                   *stored);
+}
+
+TEST(PocketsphinxBackend, TheStoredCepstralMeanSurvivesARestart) {
+    TemporaryHome home;
+    const CepstralMeanStore store(CepstralMeanStore::defaultFolder());
+    std::vector<float> learned;
+    {
+        PocketsphinxBackend firstRun({debianModels}, {}, store);
+        EXPECT_FALSE(transcribe(firstRun, readWav(sentenceWithWords).samples).isEmpty());
+        learned = firstRun.decoder(QStringLiteral("en-US"))->cepstralMean();
+    }
+    PocketsphinxBackend secondRun({debianModels}, {}, store);
+    expectSameMean(secondRun.decoder(QStringLiteral("en-US"))->cepstralMean(), learned);
+    // Without the store, a new run starts from the model's default.
+    PocketsphinxBackend withoutStore({debianModels});
+    expectSameMean(withoutStore.decoder(QStringLiteral("en-US"))->cepstralMean(), modelDefaultMean());
+}
+
+TEST(PocketsphinxBackend, ACorruptOrForeignStoredCepstralMeanIsIgnored) {
+    TemporaryHome home;
+    const CepstralMeanStore store(CepstralMeanStore::defaultFolder());
+    const QString path = store.filePath(QStringLiteral("en-US"));
+    const std::vector<float> fallback = modelDefaultMean();
+    const QByteArray model = QFile::encodeName(debianModels + QStringLiteral("/en-us/en-us"));
+    const QByteArray thirteen = "[40,1,2,3,4,5,6,7,8,9,10,11,12]";
+    const QList<QPair<const char*, QByteArray>> files{
+        {"not JSON", "\x01\x02garbage{{"},
+        {"empty", ""},
+        {"another format", R"({"format":2,"acousticModel":")" + model + R"(","mean":)" + thirteen + "}"},
+        {"another acoustic model",
+         R"({"format":1,"acousticModel":"/elsewhere/model","mean":)" + thirteen + "}"},
+        {"too few values", R"({"format":1,"acousticModel":")" + model + R"(","mean":[40,1,2]})"},
+        {"a value that is not a number",
+         R"({"format":1,"acousticModel":")" + model + R"(","mean":[40,1,2,3,4,5,6,7,8,9,10,11,"x"]})"},
+        {"an implausible value",
+         R"({"format":1,"acousticModel":")" + model + R"(","mean":[1e30,1,2,3,4,5,6,7,8,9,10,11,12]})"},
+    };
+    for (const auto& [what, bytes] : files) {
+        SCOPED_TRACE(what);
+        writeFile(path, bytes);
+        PocketsphinxBackend backend({debianModels}, {}, store);
+        expectSameMean(backend.decoder(QStringLiteral("en-US"))->cepstralMean(), fallback);
+    }
+    // A folder where the file should be cannot be read or written; dictation goes on regardless.
+    ASSERT_TRUE(QFile::remove(path));
+    ASSERT_TRUE(QDir().mkpath(path));
+    PocketsphinxBackend backend({debianModels}, {}, store);
+    expectSameMean(backend.decoder(QStringLiteral("en-US"))->cepstralMean(), fallback);
+    EXPECT_TRUE(transcribe(backend, readWav(sentenceWithWords).samples).endsWith(QStringLiteral(" man")));
+
+    // The same file with this model's name is used: the checks above reject only what differs.
+    ASSERT_TRUE(QDir(path).removeRecursively());
+    writeFile(path, R"({"format":1,"acousticModel":")" + model + R"(","mean":)" + thirteen + "}");
+    PocketsphinxBackend accepted({debianModels}, {}, store);
+    EXPECT_NEAR(accepted.decoder(QStringLiteral("en-US"))->cepstralMean()[0], 40.0f, 1e-4);
 }

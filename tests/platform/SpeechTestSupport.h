@@ -8,6 +8,7 @@
 #include "speech/TranscriptionEngine.h"
 
 #include <QCoroTask>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
 
@@ -78,6 +79,17 @@ inline void feed(AnalyzerInputStream& input, const std::vector<std::int16_t>& sa
         std::copy_n(samples.begin() + std::ptrdiff_t(offset), frames, buffer.int16Samples());
         input.yield(AnalyzerInput{std::move(buffer)});
     }
+}
+
+// Waits (bounded by two minutes) until the recognizer has taken every buffer fed to it. Audio
+// fed all at once takes the recognizer a while to work through, longer on a busy machine, and
+// finish() allows only a few seconds for the last words: what a test measures is the
+// recognition, not whether the machine kept up.
+inline void waitUntilTaken(AnalyzerInputStream& input) {
+    QElapsedTimer waited;
+    waited.start();
+    while (input.queued() > 0 && waited.elapsed() < 120000)
+        runEventLoopFor(20);
 }
 
 } // namespace murmurly::testing

@@ -7,11 +7,13 @@
 
 namespace murmurly {
 
-PocketsphinxBackend::PocketsphinxBackend(QStringList modelRoots, DecoderLoader load)
+PocketsphinxBackend::PocketsphinxBackend(QStringList modelRoots, DecoderLoader load,
+                                         std::optional<CepstralMeanStore> meanStore)
     : m_roots(std::move(modelRoots))
-    , m_load(load ? std::move(load) : [](const PocketsphinxModel& model) {
-        return std::make_shared<PocketsphinxDecoder>(model);
-    }) {
+    , m_load(
+          load ? std::move(load)
+               : [](const PocketsphinxModel& model) { return std::make_shared<PocketsphinxDecoder>(model); })
+    , m_meanStore(std::move(meanStore)) {
     PocketsphinxDecoder::routeLogging();
 }
 
@@ -79,10 +81,12 @@ std::shared_ptr<PocketsphinxDecoderLoad> PocketsphinxBackend::decoderLoad(const 
     }
     std::optional<PocketsphinxModel> found = model(key);
     auto load = std::make_shared<PocketsphinxDecoderLoad>(
-        [found, key, makeDecoder = m_load]() -> std::shared_ptr<PocketsphinxDecoder> {
+        [found, key, makeDecoder = m_load, store = m_meanStore]() -> std::shared_ptr<PocketsphinxDecoder> {
             if (!found)
                 throw std::runtime_error(("No speech model is installed for " + key + ".").toStdString());
-            return makeDecoder(*found);
+            std::shared_ptr<PocketsphinxDecoder> decoder = makeDecoder(*found);
+            if (store) decoder->useCepstralMeanStore(*store, key);
+            return decoder;
         });
     m_decoders.insert(key, load);
     return load;
@@ -94,6 +98,25 @@ void PocketsphinxBackend::prepare(const QString& language) {
 
 std::shared_ptr<PocketsphinxDecoder> PocketsphinxBackend::decoder(const QString& language) {
     return decoderLoad(language)->get();
+}
+
+void PocketsphinxBackend::adaptToRecording(const QString& language, const std::vector<AudioBuffer>& audio) {
+    std::shared_ptr<PocketsphinxDecoder> loaded;
+    try {
+        loaded = decoder(language);
+    } catch (const std::exception&) {
+        return; // the session reports the failure
+    }
+    std::vector<std::int16_t> samples;
+    for (const AudioBuffer& buffer : audio) {
+        // Only the format this recognizer asks for: 16-bit mono.
+        if (buffer.format().sampleType != AudioFormat::SampleType::int16 || buffer.format().channels != 1)
+            return;
+        samples.insert(samples.end(), buffer.int16Samples(), buffer.int16Samples() + buffer.frameLength());
+    }
+    std::lock_guard use(loaded->inUse());
+    if (const std::optional<std::vector<float>> mean = loaded->cepstralMeanOf(samples.data(), samples.size()))
+        loaded->setCepstralMean(*mean);
 }
 
 std::unique_ptr<RecognizerSession> PocketsphinxBackend::makeSession(const QString& language) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/linux/CepstralMeanStore.h"
 #include "platform/linux/PocketsphinxDecoder.h"
 #include "platform/linux/PocketsphinxDecoderLoad.h"
 #include "platform/linux/PocketsphinxSession.h"
@@ -12,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace murmurly {
 
@@ -25,7 +27,10 @@ public:
     // Makes a decoder from a model's files; the default loads it with pocketsphinx.
     using DecoderLoader = std::function<std::shared_ptr<PocketsphinxDecoder>(const PocketsphinxModel&)>;
 
-    explicit PocketsphinxBackend(QStringList modelRoots = defaultModelRoots(), DecoderLoader load = {});
+    // With a `meanStore`, each language's decoder starts from the cepstral mean stored by an
+    // earlier run, and every dictation in which words were heard stores what it learned.
+    explicit PocketsphinxBackend(QStringList modelRoots = defaultModelRoots(), DecoderLoader load = {},
+                                 std::optional<CepstralMeanStore> meanStore = std::nullopt);
     ~PocketsphinxBackend() override;
 
     // The user's folder first, then the distribution's.
@@ -37,6 +42,8 @@ public:
     std::optional<AudioFormat> bestAudioFormat(const QString& language) override;
     std::unique_ptr<RecognizerSession> makeSession(const QString& language) override;
     void prepare(const QString& language) override;
+    // Sets the decoder's cepstral mean to that of the recording's speech. Waits for the model.
+    void adaptToRecording(const QString& language, const std::vector<AudioBuffer>& audio) override;
 
     // The model files of `language`, if it has a model.
     std::optional<PocketsphinxModel> model(const QString& language);
@@ -50,6 +57,7 @@ private:
 
     const QStringList m_roots;
     const DecoderLoader m_load;
+    const std::optional<CepstralMeanStore> m_meanStore;
     std::mutex m_mutex;
     QMap<QString, std::shared_ptr<PocketsphinxDecoderLoad>> m_decoders;
 };

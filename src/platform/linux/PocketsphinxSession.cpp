@@ -6,8 +6,6 @@
 #include <QCoroFuture>
 
 #include <pocketsphinx.h>
-#include <sphinxbase/cmn.h>
-#include <sphinxbase/feat.h>
 
 #include <vector>
 
@@ -84,14 +82,17 @@ void PocketsphinxSession::run() {
         ended();
         return;
     }
+    std::optional<std::vector<float>> learnedMean;
     {
         std::lock_guard use(decoder->inUse());
-        decode(*decoder);
+        learnedMean = decode(*decoder);
     }
     ended();
+    // After the results: the file is for the next run, not for this dictation's text.
+    if (learnedMean) decoder->storeCepstralMean(*learnedMean);
 }
 
-void PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
+std::optional<std::vector<float>> PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
     ps_decoder_t* ps = decoder.get();
     std::vector<std::int16_t> samples;
     bool inUtterance = false;
@@ -100,11 +101,13 @@ void PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
     // The cepstral mean adapts to the speaker and microphone over dictations, which helps the
     // first words of the next one. A dictation in which nothing was recognized (silence, a muted
     // microphone, noise) must not move it, or the next dictation starts out deaf.
-    feat_t* features = ps_get_feat(ps);
-    std::vector<mfcc_t> meanBefore(std::size_t(feat_cepsize(features)));
-    cmn_live_get(features->cmn_struct, meanBefore.data());
-    auto keepMeanOnlyIfHeard = [&] {
-        if (!heardWords) cmn_live_set(features->cmn_struct, meanBefore.data());
+    const std::vector<float> meanBefore = decoder.cepstralMean();
+    auto keepMeanOnlyIfHeard = [&]() -> std::optional<std::vector<float>> {
+        if (!heardWords) {
+            decoder.setCepstralMean(meanBefore);
+            return std::nullopt;
+        }
+        return decoder.cepstralMean();
     };
 
     auto deliverUtterance = [&] {
@@ -124,7 +127,7 @@ void PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
     ps_start_stream(ps);
     if (ps_start_utt(ps) < 0) {
         m_results->fail(QStringLiteral("The speech recognizer could not start."));
-        return;
+        return std::nullopt;
     }
     while (!m_cancelRequested) {
         std::optional<AnalyzerInput> input = m_input->next();
@@ -160,11 +163,10 @@ void PocketsphinxSession::decode(PocketsphinxDecoder& decoder) {
         if (m_cancelRequested) break;
         lock.unlock();
         deliverUtterance();
-        keepMeanOnlyIfHeard();
-        return;
+        return keepMeanOnlyIfHeard();
     }
     ps_end_utt(ps); // cancelled: the words are dropped
-    keepMeanOnlyIfHeard();
+    return keepMeanOnlyIfHeard();
 }
 
 } // namespace murmurly

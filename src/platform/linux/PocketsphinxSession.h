@@ -9,7 +9,9 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
+#include <vector>
 
 namespace murmurly {
 
@@ -32,7 +34,8 @@ public:
 
 private:
     void run();
-    void decode(PocketsphinxDecoder& decoder);
+    // The cepstral mean learned, when words were heard (otherwise the mean is put back as it was).
+    std::optional<std::vector<float>> decode(PocketsphinxDecoder& decoder);
     void ended();
 
     std::shared_ptr<PocketsphinxDecoderLoad> m_decoder;
