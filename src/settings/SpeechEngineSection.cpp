@@ -33,7 +33,8 @@ QLabel* caption(QWidget* parent, const QString& name) {
 SpeechEngineSection::SpeechEngineSection(AppController& controller, QFormLayout* form, QWidget* parent)
     : QObject(parent)
     , m_controller(controller)
-    , m_settings(controller.transcriptionSettings()) {
+    , m_settings(controller.transcriptionSettings())
+    , m_form(form) {
     m_engine = new QComboBox(parent);
     for (const SpeechEngineKind kind : SpeechEngineKinds::allCases)
         m_engine->addItem(SpeechEngineKinds::title(kind), SpeechEngineKinds::rawValue(kind));
@@ -76,6 +77,8 @@ SpeechEngineSection::SpeechEngineSection(AppController& controller, QFormLayout*
     testLayout->addWidget(m_testResult, 1);
     form->addRow(static_cast<QWidget*>(nullptr), testRow);
 
+    m_serverRows = {m_endpoint, m_model, keyRow, m_keyStatus, testRow};
+
     m_destination = caption(parent, QStringLiteral("Where audio goes"));
     form->addRow(static_cast<QWidget*>(nullptr), m_destination);
 
@@ -107,6 +110,9 @@ void SpeechEngineSection::refresh() {
     const bool server = engine == SpeechEngineKind::server;
     for (QWidget* field : std::initializer_list<QWidget*>{m_endpoint, m_model, m_key, m_removeKey, m_test})
         field->setEnabled(server);
+    // On-device, the server's settings are of no use: the section stays one line and a sentence.
+    for (QWidget* row : std::as_const(m_serverRows))
+        m_form->setRowVisible(row, server);
     m_saveKey->setEnabled(server && !m_key->text().trimmed().isEmpty());
     if (m_testing) m_test->setEnabled(false);
     const bool stored = m_settings.hasApiKey();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QCoro/QCoroTask>
+#include <QList>
 #include <QWidget>
 
 class QComboBox;
@@ -64,6 +65,9 @@ private:
     QPushButton* m_test = nullptr;
     QLabel* m_testResult = nullptr;
     QLabel* m_destination = nullptr;
+    // The server's rows, shown only while the server is the engine.
+    QFormLayout* m_form = nullptr;
+    QList<QWidget*> m_serverRows;
     bool m_testing = false;
 };
 
