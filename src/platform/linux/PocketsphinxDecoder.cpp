@@ -150,7 +150,10 @@ bool PocketsphinxDecoder::setCepstralMean(const std::vector<float>& mean) {
 std::optional<std::vector<float>> PocketsphinxDecoder::cepstralMeanOf(const std::int16_t* samples,
                                                                       std::size_t count) const {
     // The decoder's own front end holds the state of the stream it is decoding; this one is new.
-    fe_t* frontEnd = fe_init_auto_r(cmd_ln_retain(ps_get_config(m_decoder)));
+    // Despite what its header says, this sphinxbase's fe_init_auto_r() takes a reference of its
+    // own to the configuration (and fe_free() drops it): retaining it here as well would keep
+    // the decoder's configuration alive forever.
+    fe_t* frontEnd = fe_init_auto_r(ps_get_config(m_decoder));
     if (!frontEnd) return std::nullopt;
     const auto size = std::size_t(fe_get_output_size(frontEnd));
     constexpr int32 framesPerCall = 256;
