@@ -144,6 +144,7 @@ TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
     EXPECT_EQ(start.exitCode, 0) << start.err.toStdString();
     EXPECT_EQ(start.err, QString());
     ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
 
     const Utterance utterance{
         QStringLiteral("sense_and_sensibility_01_austen_64kb-0890"),
@@ -198,6 +199,7 @@ TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
 
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
     ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
@@ -232,6 +234,7 @@ TEST_F(DBusControlTest, GarbageInTheSettingsAndHistoryFilesDoesNotStopTheProgram
     startProgram();
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
     ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
@@ -252,6 +255,7 @@ TEST_F(DBusControlTest, AnUnreadableHistoryIsKeptAsideAtTheFirstRecordAndTheLast
 
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
     ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
@@ -284,6 +288,7 @@ TEST_F(DBusControlTest, PressAndReleaseDictateAsHoldingTheTriggerKeyDoes) {
     const ProgramRun press = command({QStringLiteral("--press")}, headlessEnvironment());
     EXPECT_EQ(press.exitCode, 0) << press.err.toStdString();
     ASSERT_TRUE(waitForState(QStringLiteral("recording")));
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0930")));
     keepRunning(300ms);
     // No key is down, so the recording watchdog must not take the release for lost.
@@ -308,6 +313,7 @@ TEST_F(DBusControlTest, CancelWhileRecordingInsertsNothing) {
 
     ASSERT_EQ(command({QStringLiteral("--toggle")}).exitCode, 0);
     ASSERT_TRUE(waitForState(QStringLiteral("recording")));
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     std::unique_ptr<QProcess> player =
         pulse.startPlaying(sentence("sense_and_sensibility_01_austen_64kb-0870"));
     keepRunning(1500ms);

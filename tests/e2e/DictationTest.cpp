@@ -70,7 +70,8 @@ TEST_F(DictationTest, InToggleModeOneTapStartsAndTheNextInserts) {
     startProgram();
 
     keyboard.tap(XK_Alt_R);
-    ASSERT_TRUE(waitForState(QStringLiteral("recording"), 5s)) << program->log().toStdString();
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0930")));
     keepRunning(300ms);
     // Letting go of the key did not end it.
@@ -95,7 +96,8 @@ TEST_F(DictationTest, EscWhileRecordingInToggleModeInsertsNothing) {
     ASSERT_TRUE(window.waitForText(QStringLiteral("before")));
 
     keyboard.tap(XK_Alt_R);
-    ASSERT_TRUE(waitForState(QStringLiteral("recording"), 5s)) << program->log().toStdString();
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     std::unique_ptr<QProcess> player =
         pulse.startPlaying(sentence("sense_and_sensibility_01_austen_64kb-0870"));
     keepRunning(1500ms);

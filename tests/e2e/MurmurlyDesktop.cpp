@@ -94,7 +94,8 @@ void MurmurlyDesktopTest::startProgram() {
 
 void MurmurlyDesktopTest::dictateHolding(const QString& wavPath) {
     keyboard.press(XK_Alt_R);
-    ASSERT_TRUE(waitForState(QStringLiteral("recording"), 5s)) << program->log().toStdString();
+    ASSERT_TRUE(waitForState(QStringLiteral("recording"))) << program->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << program->log().toStdString();
     ASSERT_TRUE(pulse.play(wavPath));
     keepRunning(300ms);
     keyboard.release(XK_Alt_R);

@@ -196,7 +196,8 @@ TEST_F(WaylandDictationTest, HoldingTheBoundKeyTypesTheSpeechIntoAWaylandWindowA
         [](const Types& types) { return bytesOf(types, QStringLiteral("image/png")).has_value(); }));
 
     ASSERT_TRUE(keyboard->press(WaylandTestKeyboard::rightAlt));
-    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 10s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
@@ -229,7 +230,8 @@ TEST_F(WaylandDictationTest, EscBoundToCancelWhileTheKeyIsHeldInsertsNothing) {
     ASSERT_TRUE(window->waitForText(QStringLiteral("before")));
 
     ASSERT_TRUE(keyboard->press(WaylandTestKeyboard::rightAlt));
-    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 10s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
     std::unique_ptr<QProcess> player =
         pulse.startPlaying(sentence("sense_and_sensibility_01_austen_64kb-0870"));
     keepRunning(1500ms);

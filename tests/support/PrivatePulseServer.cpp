@@ -114,6 +114,24 @@ bool PrivatePulseServer::waitUntilAnswering(int timeoutMs) {
     return false;
 }
 
+bool PrivatePulseServer::waitForRecorder(int timeoutMs) {
+    QDeadlineTimer deadline(timeoutMs);
+    while (!deadline.hasExpired()) {
+        QProcess pactl;
+        pactl.start(QStringLiteral("pactl"), {QStringLiteral("--server=") + address(), QStringLiteral("list"),
+                                              QStringLiteral("short"), QStringLiteral("source-outputs")});
+        if (pactl.waitForFinished(10000) && pactl.exitStatus() == QProcess::NormalExit &&
+            pactl.exitCode() == 0 && !pactl.readAllStandardOutput().trimmed().isEmpty())
+            return true;
+        if (pactl.state() != QProcess::NotRunning) {
+            pactl.kill();
+            pactl.waitForFinished(1000);
+        }
+        QThread::msleep(20);
+    }
+    return false;
+}
+
 std::unique_ptr<QProcess> PrivatePulseServer::startPlaying(const QString& wavPath) {
     auto process = std::make_unique<QProcess>();
     process->setProcessChannelMode(QProcess::MergedChannels);

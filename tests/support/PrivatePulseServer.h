@@ -40,6 +40,10 @@ public:
     // The server's process id; 0 when it is not running.
     qint64 processId() const { return m_server.processId(); }
 
+    // Waits, at most `timeoutMs`, until a client records from the server. A program that says it
+    // is recording may still be connecting its stream; played before that, the start is lost.
+    bool waitForRecorder(int timeoutMs = 20000);
+
     // Plays a WAV file into the sink with paplay and returns when it has been played out.
     bool play(const QString& wavPath, int timeoutMs = 60000);
     // Starts paplay and returns at once.
