@@ -156,7 +156,7 @@ TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
 
     const ProgramRun stop = command({QStringLiteral("--toggle")}, headlessEnvironment());
     EXPECT_EQ(stop.exitCode, 0) << stop.err.toStdString();
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
 
     const QString text = window.text();
@@ -203,7 +203,7 @@ TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
 
     const QString expected = QStringLiteral("Cleanup is on but the selected provider isn't configured.");
@@ -238,7 +238,7 @@ TEST_F(DBusControlTest, GarbageInTheSettingsAndHistoryFilesDoesNotStopTheProgram
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
-    EXPECT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    EXPECT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
     EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
 }
@@ -259,7 +259,7 @@ TEST_F(DBusControlTest, AnUnreadableHistoryIsKeptAsideAtTheFirstRecordAndTheLast
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s)) << program->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
 
     const QDir folder = QFileInfo(historyPath).absoluteDir();
@@ -296,7 +296,7 @@ TEST_F(DBusControlTest, PressAndReleaseDictateAsHoldingTheTriggerKeyDoes) {
 
     const ProgramRun release = command({QStringLiteral("--release")}, headlessEnvironment());
     EXPECT_EQ(release.exitCode, 0) << release.err.toStdString();
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, 20s));
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait));
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
     const QString text = window.text();
     std::printf("inserted: \"%s\"\n", qPrintable(text));

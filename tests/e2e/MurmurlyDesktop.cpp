@@ -102,7 +102,7 @@ void MurmurlyDesktopTest::dictateHolding(const QString& wavPath) {
 }
 
 QString MurmurlyDesktopTest::waitForInsertedText() {
-    waitUntil([&] { return !window.text().isEmpty(); }, 20s);
+    waitUntil([&] { return !window.text().isEmpty(); }, insertionWait);
     return window.text();
 }
 

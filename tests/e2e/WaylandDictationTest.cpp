@@ -202,7 +202,7 @@ TEST_F(WaylandDictationTest, HoldingTheBoundKeyTypesTheSpeechIntoAWaylandWindowA
     keepRunning(300ms);
     ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
 
-    ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, 30s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait)) << murmurly->log().toStdString();
     EXPECT_TRUE(control->waitForState(QStringLiteral("idle")));
     const QString text = window->text();
     std::printf("inserted: \"%s\"\n", qPrintable(text));

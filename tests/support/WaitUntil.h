@@ -22,6 +22,12 @@ bool waitUntil(Condition condition, std::chrono::milliseconds timeout = std::chr
     return true;
 }
 
+// How long a test waits for a dictation's text after the trigger's release. The program's own
+// limits (the recognizer's finalisation, the keyring, the paste) add up to well under this; on
+// a machine busy with other work, and under the sanitizers, each of them takes far longer than
+// its usual fraction of a second. Waits end as soon as the text is there.
+constexpr std::chrono::milliseconds insertionWait{60000};
+
 // Runs the event loop for `duration`, for checks that nothing more happens.
 inline void keepRunning(std::chrono::milliseconds duration) {
     waitUntil([] { return false; }, duration);
