@@ -135,9 +135,12 @@ bool PrivatePulseServer::waitForRecorder(int timeoutMs) {
 std::unique_ptr<QProcess> PrivatePulseServer::startPlaying(const QString& wavPath) {
     auto process = std::make_unique<QProcess>();
     process->setProcessChannelMode(QProcess::MergedChannels);
+    // A second of buffer: a player starved by a busy machine would otherwise leave gaps of
+    // silence in the middle of the speech.
     process->start(QStringLiteral("paplay"),
                    {QStringLiteral("--server=") + address(),
-                    QStringLiteral("--device=") + QString::fromLatin1(sinkName), wavPath});
+                    QStringLiteral("--device=") + QString::fromLatin1(sinkName),
+                    QStringLiteral("--latency-msec=1000"), wavPath});
     return process;
 }
 
