@@ -98,7 +98,8 @@ protected:
         EXPECT_TRUE(waitUntil([&] { return program->log().contains(QStringLiteral("Speech model ready")); }));
         // A bare X server has no tray, so the program opened its settings window, which took the
         // focus; the user clicks back into the text field.
-        keepRunning(500ms);
+        ASSERT_TRUE(TextFieldWindowProcess::waitForFocusOn(QStringLiteral("Murmurly Settings")))
+            << program->log().toStdString();
         ASSERT_TRUE(window.takeFocus());
     }
 
@@ -156,7 +157,8 @@ TEST_F(DBusControlTest, ToggleDictatesARecordingIntoTheFocusedTextField) {
 
     const ProgramRun stop = command({QStringLiteral("--toggle")}, headlessEnvironment());
     EXPECT_EQ(stop.exitCode, 0) << stop.err.toStdString();
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait))
+        << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
 
     const QString text = window.text();
@@ -203,7 +205,8 @@ TEST_F(DBusControlTest, LastErrorTellsWhatWentWrongAndIsAnnounced) {
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait))
+        << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
 
     const QString expected = QStringLiteral("Cleanup is on but the selected provider isn't configured.");
@@ -238,7 +241,8 @@ TEST_F(DBusControlTest, GarbageInTheSettingsAndHistoryFilesDoesNotStopTheProgram
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
-    EXPECT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
+    EXPECT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait))
+        << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
     EXPECT_EQ(program->stop(), 0) << program->log().toStdString();
 }
@@ -259,7 +263,8 @@ TEST_F(DBusControlTest, AnUnreadableHistoryIsKeptAsideAtTheFirstRecordAndTheLast
     ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
     keepRunning(300ms);
     ASSERT_EQ(command({QStringLiteral("--toggle")}, headlessEnvironment()).exitCode, 0);
-    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait)) << program->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window.text().isEmpty(); }, insertionWait))
+        << program->log().toStdString();
     EXPECT_TRUE(waitForState(QStringLiteral("idle")));
 
     const QDir folder = QFileInfo(historyPath).absoluteDir();

@@ -88,7 +88,8 @@ void MurmurlyDesktopTest::startProgram() {
     ASSERT_TRUE(waitUntil([&] {
         return program->log().contains(QStringLiteral("Hotkey event tap installed"));
     })) << program->log().toStdString();
-    keepRunning(500ms);
+    ASSERT_TRUE(TextFieldWindowProcess::waitForFocusOn(QStringLiteral("Murmurly Settings")))
+        << program->log().toStdString();
     ASSERT_TRUE(window.takeFocus());
 }
 

@@ -90,6 +90,23 @@ void TextFieldWindowProcess::readLines() {
     }
 }
 
+bool TextFieldWindowProcess::waitForFocusOn(const QString& title, int milliseconds) {
+    return waitUntil(
+        [&] {
+            QProcess xdotool;
+            xdotool.start(QStringLiteral("xdotool"),
+                          {QStringLiteral("getwindowfocus"), QStringLiteral("getwindowname")});
+            if (!xdotool.waitForFinished(5000)) {
+                xdotool.kill();
+                xdotool.waitForFinished(1000);
+                return false;
+            }
+            return xdotool.exitCode() == 0 &&
+                   QString::fromUtf8(xdotool.readAllStandardOutput()).trimmed() == title;
+        },
+        std::chrono::milliseconds(milliseconds));
+}
+
 } // namespace murmurly::testing
 
 namespace murmurly::testing {

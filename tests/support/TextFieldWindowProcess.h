@@ -36,6 +36,9 @@ public:
     // Gives the keyboard focus back to the window from outside, as a click of the user would, with
     // the X server's own focus call (xdotool): another client may have taken it. Bounded.
     bool takeFocus();
+    // Waits, at most `milliseconds`, until the X keyboard focus is in the top-level window titled
+    // `title` (another program's, such as the settings window Murmurly opens at start).
+    static bool waitForFocusOn(const QString& title, int milliseconds = 20000);
     // Sends a command and waits for its "done".
     bool command(const QByteArray& command, const QByteArray& argument = {});
     // The clipboard as the window sees it: each type with its bytes; nothing if it did not answer.
