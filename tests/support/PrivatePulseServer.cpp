@@ -93,22 +93,24 @@ void PrivatePulseServer::setEnv(const char* name, const QByteArray& value) {
     qputenv(name, value);
 }
 
+bool PrivatePulseServer::pactl(const QStringList& arguments, QByteArray* output) const {
+    QProcess process;
+    process.start(QStringLiteral("pactl"), QStringList{QStringLiteral("--server=") + address()} + arguments);
+    if (!process.waitForFinished(10000)) {
+        process.kill();
+        process.waitForFinished(1000);
+        return false;
+    }
+    if (output) *output = process.readAllStandardOutput();
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
 bool PrivatePulseServer::waitUntilAnswering(int timeoutMs) {
     QDeadlineTimer deadline(timeoutMs);
     while (!deadline.hasExpired()) {
         if (m_server.state() == QProcess::NotRunning) return false;
-        if (QFile::exists(m_dir.path() + QStringLiteral("/native"))) {
-            QProcess pactl;
-            pactl.start(QStringLiteral("pactl"),
-                        {QStringLiteral("--server=") + address(), QStringLiteral("info")});
-            if (pactl.waitForFinished(10000) && pactl.exitStatus() == QProcess::NormalExit &&
-                pactl.exitCode() == 0)
-                return true;
-            if (pactl.state() != QProcess::NotRunning) {
-                pactl.kill();
-                pactl.waitForFinished(1000);
-            }
-        }
+        if (QFile::exists(m_dir.path() + QStringLiteral("/native")) && pactl({QStringLiteral("info")}))
+            return true;
         QThread::msleep(20);
     }
     return false;
@@ -117,16 +119,11 @@ bool PrivatePulseServer::waitUntilAnswering(int timeoutMs) {
 bool PrivatePulseServer::waitForRecorder(int timeoutMs) {
     QDeadlineTimer deadline(timeoutMs);
     while (!deadline.hasExpired()) {
-        QProcess pactl;
-        pactl.start(QStringLiteral("pactl"), {QStringLiteral("--server=") + address(), QStringLiteral("list"),
-                                              QStringLiteral("short"), QStringLiteral("source-outputs")});
-        if (pactl.waitForFinished(10000) && pactl.exitStatus() == QProcess::NormalExit &&
-            pactl.exitCode() == 0 && !pactl.readAllStandardOutput().trimmed().isEmpty())
+        QByteArray outputs;
+        if (pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("source-outputs")},
+                  &outputs) &&
+            !outputs.trimmed().isEmpty())
             return true;
-        if (pactl.state() != QProcess::NotRunning) {
-            pactl.kill();
-            pactl.waitForFinished(1000);
-        }
         QThread::msleep(20);
     }
     return false;
@@ -137,10 +134,9 @@ std::unique_ptr<QProcess> PrivatePulseServer::startPlaying(const QString& wavPat
     process->setProcessChannelMode(QProcess::MergedChannels);
     // A second of buffer: a player starved by a busy machine would otherwise leave gaps of
     // silence in the middle of the speech.
-    process->start(QStringLiteral("paplay"),
-                   {QStringLiteral("--server=") + address(),
-                    QStringLiteral("--device=") + QString::fromLatin1(sinkName),
-                    QStringLiteral("--latency-msec=1000"), wavPath});
+    process->start(QStringLiteral("paplay"), {QStringLiteral("--server=") + address(),
+                                              QStringLiteral("--device=") + QString::fromLatin1(sinkName),
+                                              QStringLiteral("--latency-msec=1000"), wavPath});
     return process;
 }
 

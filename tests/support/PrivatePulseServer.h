@@ -5,6 +5,7 @@
 #include <QPair>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -50,6 +51,8 @@ public:
     std::unique_ptr<QProcess> startPlaying(const QString& wavPath);
 
 private:
+    // Runs pactl against this server, bounded; true when it succeeded.
+    bool pactl(const QStringList& arguments, QByteArray* output = nullptr) const;
     bool waitUntilAnswering(int timeoutMs);
     void setEnv(const char* name, const QByteArray& value);
 
