@@ -20,14 +20,6 @@ using Steady = std::chrono::steady_clock;
 
 namespace {
 
-// The value below which `share` of the samples lie.
-double percentile(std::vector<double> samples, double share) {
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    const auto index = static_cast<std::size_t>(share * static_cast<double>(samples.size() - 1) + 0.5);
-    return samples[std::min(index, samples.size() - 1)];
-}
-
 void BM_CaptureStartToFirstBuffer(benchmark::State& state) {
     testing::PrivatePulseServer server(testing::PrivatePulseServer::DefaultSource::sine);
     if (!server.isRunning()) {
@@ -57,8 +49,8 @@ void BM_CaptureStartToFirstBuffer(benchmark::State& state) {
         state.SetIterationTime(seconds);
         samples.push_back(seconds);
     }
-    state.counters["p50_ms"] = percentile(samples, 0.50) * 1e3;
-    state.counters["p95_ms"] = percentile(samples, 0.95) * 1e3;
+    state.counters["p50_ms"] = bench::percentile(samples, 0.50) * 1e3;
+    state.counters["p95_ms"] = bench::percentile(samples, 0.95) * 1e3;
 }
 
 const bool figures = [] {

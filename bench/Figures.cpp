@@ -1,5 +1,7 @@
 #include "Figures.h"
 
+#include <algorithm>
+
 #include <map>
 
 namespace murmurly::bench {
@@ -20,6 +22,13 @@ void addFigure(const std::string& benchmark, Figure figure) {
 const Figure* figureFor(const std::string& benchmark) {
     const auto it = figures().find(benchmark);
     return it == figures().end() ? nullptr : &it->second;
+}
+
+double percentile(std::vector<double> samples, double share) {
+    if (samples.empty()) return 0;
+    std::sort(samples.begin(), samples.end());
+    const auto index = static_cast<std::size_t>(share * static_cast<double>(samples.size() - 1) + 0.5);
+    return samples[std::min(index, samples.size() - 1)];
 }
 
 } // namespace murmurly::bench

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace murmurly::bench {
 
@@ -15,5 +16,8 @@ struct Figure {
 
 void addFigure(const std::string& benchmark, Figure figure);
 const Figure* figureFor(const std::string& benchmark);
+
+// The value below which `share` (0 to 1) of the samples lie; 0 without samples.
+double percentile(std::vector<double> samples, double share);
 
 } // namespace murmurly::bench

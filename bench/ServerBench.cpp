@@ -27,13 +27,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-double percentile(std::vector<double> samples, double share) {
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    const auto index = std::size_t(std::lround(share * double(samples.size() - 1)));
-    return samples[index];
-}
-
 // About five seconds of a LibriVox sentence at 48 kHz stereo, in microphone-sized buffers; a
 // warbling tone of that length when the corpus is not installed.
 std::vector<AudioBuffer> fiveSecondsOfSpeech() {
@@ -105,8 +98,8 @@ void BM_ServerOverhead(benchmark::State& state) {
         state.SetIterationTime(double(pastedAfterNs) * 1e-9);
         h.advance(300ms);
     }
-    state.counters["p50_ms"] = percentile(samples, 0.50) * 1e3;
-    state.counters["p95_ms"] = percentile(samples, 0.95) * 1e3;
+    state.counters["p50_ms"] = bench::percentile(samples, 0.50) * 1e3;
+    state.counters["p95_ms"] = bench::percentile(samples, 0.95) * 1e3;
     QLoggingCategory::setFilterRules(QString());
 }
 

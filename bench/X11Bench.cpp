@@ -36,14 +36,6 @@ bool haveDisplay() {
     return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
 }
 
-// The value below which `share` of the samples lie.
-double percentile(std::vector<double> samples, double share) {
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    const auto index = static_cast<std::size_t>(share * static_cast<double>(samples.size() - 1) + 0.5);
-    return samples[std::min(index, samples.size() - 1)];
-}
-
 void BM_ReleaseToMainThread(benchmark::State& state) {
     if (!haveDisplay()) {
         state.SkipWithError("no X server");
@@ -95,8 +87,8 @@ void BM_ReleaseToMainThread(benchmark::State& state) {
         state.SetIterationTime(seconds);
         samples.push_back(seconds);
     }
-    state.counters["p50_us"] = percentile(samples, 0.50) * 1e6;
-    state.counters["p99_us"] = percentile(samples, 0.99) * 1e6;
+    state.counters["p50_us"] = bench::percentile(samples, 0.50) * 1e6;
+    state.counters["p99_us"] = bench::percentile(samples, 0.99) * 1e6;
 }
 
 // Notes the moment the chord has been handed to the X server.
