@@ -4,6 +4,7 @@
 #include "AllocationCounter.h"
 #include "FakeKeyEventSource.h"
 #include "Figures.h"
+#include "core/SystemClock.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "hotkey/KeyCodes.h"
 
@@ -41,10 +42,11 @@ std::vector<Event> typingWithATriggerPress() {
 
 void BM_HotkeyDecision(benchmark::State& state) {
     testing::FakeKeyEventSource source;
-    HotkeyMonitor monitor(source);
+    SystemClock clock;
+    HotkeyMonitor monitor(source, clock);
     int edges = 0;
-    monitor.onPress = [&] { ++edges; };
-    monitor.onRelease = [&] { ++edges; };
+    monitor.onPress = [&](Clock::TimePoint) { ++edges; };
+    monitor.onRelease = [&](Clock::TimePoint) { ++edges; };
     monitor.start();
     const std::vector<Event> events = typingWithATriggerPress();
 

@@ -6,6 +6,7 @@
 #include "TextFieldWindowProcess.h"
 #include "WaitUntil.h"
 #include "XTestKeyboard.h"
+#include "core/SystemClock.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "output/TextInserter.h"
 #include "platform/linux/QtClipboard.h"
@@ -43,12 +44,13 @@ void BM_ReleaseToMainThread(benchmark::State& state) {
     }
     testing::XTestKeyboard keyboard;
     X11KeyEventSource source;
-    HotkeyMonitor monitor(source);
+    SystemClock clock;
+    HotkeyMonitor monitor(source, clock);
     bool pressed = false;
     bool released = false;
     Steady::time_point releasedAt;
-    monitor.onPress = [&] { pressed = true; };
-    monitor.onRelease = [&] {
+    monitor.onPress = [&](Clock::TimePoint) { pressed = true; };
+    monitor.onRelease = [&](Clock::TimePoint) {
         releasedAt = Steady::now();
         released = true;
     };

@@ -71,7 +71,7 @@ AppController::AppController(AppServices services, QObject* parent)
         setLastError(QStringLiteral("History could not be read \u2014 the old file was kept as ") +
                      QFileInfo(keptPath).fileName() + QLatin1Char('.'));
     });
-    m_hotkeyMonitor = std::make_unique<HotkeyMonitor>(m_services.keyEvents);
+    m_hotkeyMonitor = std::make_unique<HotkeyMonitor>(m_services.keyEvents, m_services.clock);
     m_audio = std::make_unique<AudioInput>(std::move(m_services.microphone));
     m_inserter = std::make_unique<TextInserter>(m_services.clipboard, m_services.pasteKeys, m_services.clock);
     m_dictationLocaleID = defaults.stringValue(dictationLocaleKey).value_or(defaultLocaleID);
@@ -83,11 +83,11 @@ AppController::AppController(AppServices services, QObject* parent)
     // The monitor delivers on the main thread; it is owned here, so the controller outlives it,
     // but a guard costs nothing.
     const QPointer<AppController> self(this);
-    m_hotkeyMonitor->onPress = [self] {
-        if (self) self->pttPressed();
+    m_hotkeyMonitor->onPress = [self](Clock::TimePoint at) {
+        if (self) self->pttPressed(at);
     };
-    m_hotkeyMonitor->onRelease = [self] {
-        if (self) self->pttReleased();
+    m_hotkeyMonitor->onRelease = [self](Clock::TimePoint at) {
+        if (self) self->pttReleased(at);
     };
     m_hotkeyMonitor->onCancel = [self] {
         if (self) self->cancelDictation();
@@ -122,6 +122,10 @@ void AppController::setCaptureMode(CaptureMode mode) {
 // ---- the trigger ----
 
 void AppController::pttPressed() {
+    pttPressed(m_services.clock.now());
+}
+
+void AppController::pttPressed(Clock::TimePoint at) {
     LatencyTrace::mark(LatencyTrace::triggerDown);
     if (captureMode() == CaptureMode::toggle && m_state == DictationState::recording) {
         stopRecording(true);
@@ -135,7 +139,7 @@ void AppController::pttPressed() {
 
     ++m_serial;
     setState(DictationState::recording);
-    m_pressedAt = m_services.clock.now();
+    m_pressedAt = at;
     m_dictationAppBundleID.reset();
     if (const std::optional<FocusedApplication> focused = m_services.activeApplication.focused();
         focused && !focused->identifier.isEmpty())
@@ -150,11 +154,14 @@ void AppController::pttPressed() {
 }
 
 void AppController::pttReleased() {
+    pttReleased(m_services.clock.now());
+}
+
+void AppController::pttReleased(Clock::TimePoint at) {
     LatencyTrace::mark(LatencyTrace::triggerUp);
     if (captureMode() != CaptureMode::hold || m_state != DictationState::recording) return;
     const bool insert =
-        m_pressedAt &&
-        std::chrono::duration<double>(m_services.clock.now() - *m_pressedAt).count() >= minimumHoldSeconds;
+        m_pressedAt && std::chrono::duration<double>(at - *m_pressedAt).count() >= minimumHoldSeconds;
     stopRecording(insert);
 }
 

@@ -136,9 +136,13 @@ public:
     HotkeyMonitor& hotkeyMonitor() { return *m_hotkeyMonitor; }
     Defaults& defaults() { return m_services.defaults; }
 
-    // The three trigger edges, as the monitor delivers them.
+    // The three trigger edges, as the monitor delivers them. `at` is when the key event was read,
+    // so that a tap is told from a hold by the keyboard's timing, not by how soon the edge was
+    // handled; without it, the edge counts as happening now (D-Bus calls, the menu).
     void pttPressed();
+    void pttPressed(Clock::TimePoint at);
     void pttReleased();
+    void pttReleased(Clock::TimePoint at);
     void cancelDictation();
     // For scripts and desktops without global keys: starts a dictation when idle, and stops one
     // that is recording (its text is inserted), whatever the capture mode.

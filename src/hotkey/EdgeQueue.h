@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/Clock.h"
 #include "hotkey/HotkeyVerdict.h"
 
 #include <array>
@@ -9,6 +10,12 @@
 
 namespace murmurly {
 
+// One trigger edge and when its key event was read.
+struct TimedEdge {
+    HotkeyEdge edge = HotkeyEdge::none;
+    Clock::TimePoint at{};
+};
+
 // Single-producer, single-consumer ring of trigger edges: the key reader pushes, the main thread
 // pops. Fixed size, lock-free, never allocates. An edge pushed onto a full ring is dropped and
 // counted; with a person at the keyboard it never fills.
@@ -16,7 +23,7 @@ class EdgeQueue {
 public:
     static constexpr std::size_t capacity = 256;
 
-    bool push(HotkeyEdge edge) {
+    bool push(TimedEdge edge) {
         const std::size_t head = m_head.load(std::memory_order_relaxed);
         const std::size_t next = (head + 1) % capacity;
         if (next == m_tail.load(std::memory_order_acquire)) {
@@ -28,10 +35,10 @@ public:
         return true;
     }
 
-    std::optional<HotkeyEdge> pop() {
+    std::optional<TimedEdge> pop() {
         const std::size_t tail = m_tail.load(std::memory_order_relaxed);
         if (tail == m_head.load(std::memory_order_acquire)) return std::nullopt;
-        const HotkeyEdge edge = m_slots[tail];
+        const TimedEdge edge = m_slots[tail];
         m_tail.store((tail + 1) % capacity, std::memory_order_release);
         return edge;
     }
@@ -39,7 +46,7 @@ public:
     std::size_t dropped() const { return m_dropped.load(std::memory_order_relaxed); }
 
 private:
-    std::array<HotkeyEdge, capacity> m_slots{};
+    std::array<TimedEdge, capacity> m_slots{};
     std::atomic<std::size_t> m_head{0};
     std::atomic<std::size_t> m_tail{0};
     std::atomic<std::size_t> m_dropped{0};

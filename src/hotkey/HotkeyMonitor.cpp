@@ -7,9 +7,10 @@
 
 namespace murmurly {
 
-HotkeyMonitor::HotkeyMonitor(KeyEventSource& source, QObject* parent)
+HotkeyMonitor::HotkeyMonitor(KeyEventSource& source, const Clock& clock, QObject* parent)
     : QObject(parent)
     , m_source(source)
+    , m_clock(clock)
     , m_binding(HotkeyBinding::defaultBinding()) {
     m_triggers.push_back(triggerOf(m_binding));
     m_trigger.store(&m_triggers.back(), std::memory_order_release);
@@ -104,18 +105,27 @@ bool HotkeyMonitor::keyEvent(KeyEvent::Type type, std::uint16_t keyCode, std::ui
         decide(*m_trigger.load(std::memory_order_acquire), m_cancelArmed.load(std::memory_order_relaxed),
                held, type, keyCode, flags);
     m_triggerHeld.store(held, std::memory_order_relaxed);
-    if (verdict.edge != HotkeyEdge::none && m_edges.push(verdict.edge) && m_dispatcher)
+    if (verdict.edge != HotkeyEdge::none && m_edges.push({verdict.edge, m_clock.now()}) && m_dispatcher)
         m_dispatcher->wakeUp();
     return verdict.swallow;
 }
 
 void HotkeyMonitor::deliverEdges() {
-    while (const auto edge = m_edges.pop()) {
+    while (const std::optional<TimedEdge> edge = m_edges.pop()) {
         // Read the callback now, on the main thread: it may have been replaced since the event.
-        const Callback& callback = *edge == HotkeyEdge::press     ? onPress
-                                   : *edge == HotkeyEdge::release ? onRelease
-                                                                  : onCancel;
-        if (callback) callback();
+        switch (edge->edge) {
+        case HotkeyEdge::press:
+            if (onPress) onPress(edge->at);
+            break;
+        case HotkeyEdge::release:
+            if (onRelease) onRelease(edge->at);
+            break;
+        case HotkeyEdge::cancel:
+            if (onCancel) onCancel();
+            break;
+        case HotkeyEdge::none:
+            break;
+        }
     }
 }
 

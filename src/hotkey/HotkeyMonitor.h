@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/Clock.h"
 #include "hotkey/EdgeQueue.h"
 #include "hotkey/HotkeyBinding.h"
 #include "hotkey/HotkeyVerdict.h"
@@ -27,6 +28,9 @@ class HotkeyMonitor : public QObject, private KeyEventSink {
 
 public:
     using Callback = std::function<void()>;
+    // Receives when the edge's key event was read, which may be well before the call on a busy
+    // main thread.
+    using EdgeCallback = std::function<void(Clock::TimePoint at)>;
 
     // What the reader thread needs of a binding.
     struct Trigger {
@@ -35,12 +39,13 @@ public:
         std::uint64_t flagMask = 0;
     };
 
-    explicit HotkeyMonitor(KeyEventSource& source, QObject* parent = nullptr);
+    // `clock` stamps each edge on the reader thread; its now() must be safe to call there.
+    HotkeyMonitor(KeyEventSource& source, const Clock& clock, QObject* parent = nullptr);
     ~HotkeyMonitor() override;
 
     // Set on the main thread; called there, when set, as the edges arrive.
-    Callback onPress;
-    Callback onRelease;
+    EdgeCallback onPress;
+    EdgeCallback onRelease;
     Callback onCancel;
 
     const HotkeyBinding& binding() const { return m_binding; }
@@ -71,6 +76,7 @@ private:
     void publishSwallowedKeys();
 
     KeyEventSource& m_source;
+    const Clock& m_clock;
     HotkeyBinding m_binding;
     // Every trigger ever set stays alive here, so the reader can never hold a freed one; a person
     // records a new trigger a handful of times at most.

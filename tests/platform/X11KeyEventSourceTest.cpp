@@ -6,6 +6,7 @@
 #include "WaitUntil.h"
 #include "XTestKeyboard.h"
 #include "XvfbServer.h"
+#include "core/SystemClock.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "hotkey/KeyCodes.h"
 #include "platform/linux/X11OwnKeyEvents.h"
@@ -45,8 +46,8 @@ class X11HotkeyTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(keyboard.isOpen());
-        monitor.onPress = [this] { ++presses; };
-        monitor.onRelease = [this] { ++releases; };
+        monitor.onPress = [this](Clock::TimePoint) { ++presses; };
+        monitor.onRelease = [this](Clock::TimePoint) { ++releases; };
         monitor.onCancel = [this] { ++cancels; };
         ASSERT_TRUE(window.isReady());
         ASSERT_TRUE(monitor.start());
@@ -60,7 +61,8 @@ protected:
     XTestKeyboard keyboard;
     TextFieldWindowProcess window;
     X11KeyEventSource source;
-    HotkeyMonitor monitor{source};
+    SystemClock clock;
+    HotkeyMonitor monitor{source, clock};
     int presses = 0;
     int releases = 0;
     int cancels = 0;
@@ -211,10 +213,10 @@ TEST_F(X11HotkeyTest, KeysTypedWhileF5IsHeldReachTheWindowAndF5DoesNot) {
 TEST_F(X11HotkeyTest, ThePasteChordsOwnKeysGiveNoEdgesWithLeftControlAsTheTrigger) {
     X11OwnKeyEvents ownEvents;
     X11KeyEventSource chordAwareSource({}, &ownEvents);
-    HotkeyMonitor chordAwareMonitor{chordAwareSource};
+    HotkeyMonitor chordAwareMonitor{chordAwareSource, clock};
     int edges = 0;
-    chordAwareMonitor.onPress = [&] { ++edges; };
-    chordAwareMonitor.onRelease = [&] { ++edges; };
+    chordAwareMonitor.onPress = [&](Clock::TimePoint) { ++edges; };
+    chordAwareMonitor.onRelease = [&](Clock::TimePoint) { ++edges; };
     chordAwareMonitor.setBinding(*HotkeyBinding::from(
         KeyEvent{KeyEvent::Type::flagsChanged, static_cast<std::uint16_t>(KeyCodes::leftControl),
                  std::nullopt, ModifierFlags::control}));

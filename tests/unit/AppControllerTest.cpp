@@ -81,6 +81,34 @@ TEST_F(AppControllerTest, HoldModeTriggerHeldForATenthOfASecondInsertsNothing) {
     EXPECT_EQ(*h.speech.liveSessions, 0);
 }
 
+// The main thread may take both edges of a hold at once, long after the key went down (a busy
+// machine): the hold is measured between the key events as they were read.
+TEST_F(AppControllerTest, AHoldIsMeasuredBetweenItsKeyEventsNotWhenTheyAreHandled) {
+    controller();
+    ASSERT_TRUE(controller().hotkeyMonitor().isRunning());
+    h.keyEvents.send(KeyEvent::Type::flagsChanged, KeyCodes::rightOption, ModifierFlags::option);
+    h.clock.advance(1s);
+    h.keyEvents.send(KeyEvent::Type::flagsChanged, KeyCodes::rightOption, 0);
+    QCoreApplication::processEvents(); // both edges, handled in one go
+    finish();
+    EXPECT_EQ(pasted, QStringList{QStringLiteral("hello world ")});
+}
+
+TEST_F(AppControllerTest, ATapWhoseReleaseIsHandledLateIsStillATap) {
+    LogCapture log;
+    controller();
+    ASSERT_TRUE(controller().hotkeyMonitor().isRunning());
+    h.keyEvents.send(KeyEvent::Type::flagsChanged, KeyCodes::rightOption, ModifierFlags::option);
+    QCoreApplication::processEvents(); // the press is handled at once
+    h.clock.advance(50ms);
+    h.keyEvents.send(KeyEvent::Type::flagsChanged, KeyCodes::rightOption, 0);
+    h.clock.advance(1s); // the main thread is busy; the release waits
+    QCoreApplication::processEvents();
+    finish();
+    EXPECT_TRUE(log.appMessages().contains(QStringLiteral("Accidental tap \u2014 dictation cancelled")));
+    EXPECT_TRUE(pasted.isEmpty());
+}
+
 TEST_F(AppControllerTest, HoldModeTriggerHeldExactlyTheMinimumCounts) {
     controller();
     hold(150ms);

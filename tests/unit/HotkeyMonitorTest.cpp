@@ -1,5 +1,6 @@
 #include "hotkey/HotkeyMonitor.h"
 #include "FakeKeyEventSource.h"
+#include "ManualClock.h"
 #include "hotkey/KeyCodes.h"
 
 #include <QCoreApplication>
@@ -23,8 +24,14 @@ constexpr std::uint16_t esc = 53;
 class HotkeyMonitorTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        monitor.onPress = [this] { ++presses; };
-        monitor.onRelease = [this] { ++releases; };
+        monitor.onPress = [this](Clock::TimePoint at) {
+            ++presses;
+            edgeTimes.push_back(at);
+        };
+        monitor.onRelease = [this](Clock::TimePoint at) {
+            ++releases;
+            edgeTimes.push_back(at);
+        };
         monitor.onCancel = [this] { ++cancels; };
         ASSERT_TRUE(monitor.start());
     }
@@ -35,7 +42,9 @@ protected:
     void bindF5() { monitor.setBinding({HotkeyBinding::Kind::key, f5, 0, QStringLiteral("F5")}); }
 
     FakeKeyEventSource source;
-    HotkeyMonitor monitor{source};
+    murmurly::testing::ManualClock clock;
+    HotkeyMonitor monitor{source, clock};
+    std::vector<Clock::TimePoint> edgeTimes;
     int presses = 0;
     int releases = 0;
     int cancels = 0;
@@ -190,7 +199,7 @@ TEST_F(HotkeyMonitorTest, StopThenStartClearsTheHeldTrigger) {
 TEST_F(HotkeyMonitorTest, FailedStartLeavesTheMonitorStopped) {
     FakeKeyEventSource unavailable;
     unavailable.available = false;
-    HotkeyMonitor other(unavailable);
+    HotkeyMonitor other(unavailable, clock);
     EXPECT_FALSE(other.start());
     EXPECT_FALSE(other.isRunning());
 }
@@ -213,7 +222,7 @@ TEST_F(HotkeyMonitorTest, MissingCallbacksAreSimplyNotCalled) {
 
 TEST_F(HotkeyMonitorTest, CallbacksRunOnTheMainThreadForEventsReadElsewhere) {
     QThread* ranOn = nullptr;
-    monitor.onPress = [&] { ranOn = QThread::currentThread(); };
+    monitor.onPress = [&](Clock::TimePoint) { ranOn = QThread::currentThread(); };
     source.sendFromOtherThread(Type::flagsChanged, rightOption, ModifierFlags::option);
     EXPECT_TRUE(QTest::qWaitFor([&] { return ranOn != nullptr; }, 2000));
     EXPECT_EQ(ranOn, QCoreApplication::instance()->thread());
@@ -228,6 +237,18 @@ TEST_F(HotkeyMonitorTest, ReaderNeverWaitsForTheMainThread) {
     }
     EXPECT_TRUE(QTest::qWaitFor([&] { return releases == 100; }, 2000));
     EXPECT_EQ(presses, 100);
+}
+
+TEST_F(HotkeyMonitorTest, EdgesCarryTheTimeTheirKeyEventsWereReadNotWhenTheyAreDelivered) {
+    const Clock::TimePoint start = clock.now();
+    source.send(Type::flagsChanged, rightOption, ModifierFlags::option);
+    clock.advance(std::chrono::milliseconds(40));
+    source.send(Type::flagsChanged, rightOption, 0);
+    clock.advance(std::chrono::seconds(2)); // the main thread was busy
+    deliver();
+    ASSERT_EQ(edgeTimes.size(), 2u);
+    EXPECT_EQ(edgeTimes[0], start);
+    EXPECT_EQ(edgeTimes[1], start + std::chrono::milliseconds(40));
 }
 
 TEST(HotkeyDecision, IsAPureFunctionOfStateAndEvent) {
@@ -246,12 +267,19 @@ TEST(HotkeyDecision, IsAPureFunctionOfStateAndEvent) {
 }
 
 TEST(EdgeQueue, DropsAndCountsWhenFullAndKeepsOrder) {
+    const auto at = [](std::size_t ms) { return Clock::TimePoint{} + std::chrono::milliseconds(ms); };
     EdgeQueue queue;
     for (std::size_t i = 0; i + 1 < EdgeQueue::capacity; ++i)
-        ASSERT_TRUE(queue.push(i % 2 ? HotkeyEdge::release : HotkeyEdge::press));
-    EXPECT_FALSE(queue.push(HotkeyEdge::cancel));
+        ASSERT_TRUE(queue.push({i % 2 ? HotkeyEdge::release : HotkeyEdge::press, at(i)}));
+    EXPECT_FALSE(queue.push({HotkeyEdge::cancel, at(999)}));
     EXPECT_EQ(queue.dropped(), 1u);
-    EXPECT_EQ(queue.pop(), HotkeyEdge::press);
-    EXPECT_EQ(queue.pop(), HotkeyEdge::release);
-    EXPECT_TRUE(queue.push(HotkeyEdge::cancel));
+    std::optional<TimedEdge> first = queue.pop();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->edge, HotkeyEdge::press);
+    EXPECT_EQ(first->at, at(0));
+    std::optional<TimedEdge> second = queue.pop();
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->edge, HotkeyEdge::release);
+    EXPECT_EQ(second->at, at(1));
+    EXPECT_TRUE(queue.push({HotkeyEdge::cancel, at(1000)}));
 }
