@@ -55,8 +55,23 @@ struct Transfer {
     bool tooLarge = false;
     bool timedOut = false; // idle for the whole limit
     bool overran = false;  // the whole exchange took too long
-    bool ending = false;   // a status other than 200 arrived; the reply is being aborted
+    bool ending = false;   // the outcome is decided; the reply is being dropped
 };
+
+// Ends an exchange whose outcome is already decided by dropping the reply, from the event loop.
+// Deleting an unfinished reply stops its request quietly; abort() would instead raise an error of
+// its own, and the network thread may have one for the same reply on the way (it does for any
+// status it counts as an error), which Qt then reports as an internal problem. The awaiting
+// coroutine resumes on the reply's destruction.
+void drop(QNetworkReply* r, Transfer& transfer) {
+    if (std::exchange(transfer.ending, true)) return;
+    QMetaObject::invokeMethod(
+        r,
+        [r] {
+            if (!r->isFinished()) r->deleteLater();
+        },
+        Qt::QueuedConnection);
+}
 
 QNetworkRequest prepared(QNetworkRequest request) {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
@@ -74,38 +89,30 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     idle->setSingleShot(true);
     idle->setInterval(timeout);
     QObject::connect(idle, &QTimer::timeout, r, [r, transfer] {
-        if (r->isFinished()) return;
+        if (r->isFinished() || transfer->ending) return;
         transfer->timedOut = true;
-        r->abort();
+        drop(r, *transfer);
     });
     auto* whole = new QTimer(r);
     whole->setObjectName(QStringLiteral("exchangeLimit"));
     whole->setSingleShot(true);
     whole->setInterval(HttpExchange::exchangeLimit(timeout));
     QObject::connect(whole, &QTimer::timeout, r, [r, transfer] {
-        if (r->isFinished()) return;
+        if (r->isFinished() || transfer->ending) return;
         transfer->overran = true;
-        r->abort();
+        drop(r, *transfer);
     });
     const auto progressed = [idle] { idle->start(); };
     QObject::connect(r, &QNetworkReply::uploadProgress, idle, progressed);
     QObject::connect(r, &QNetworkReply::downloadProgress, idle, progressed);
 
     // Any status but 200 decides the outcome by itself: the exchange ends as soon as it is known,
-    // without reading the body. The reply is aborted once the signal that told it has returned,
-    // as aborting from inside that signal makes the network stack report its error twice.
+    // without reading the body.
     const auto readStatus = [r, transfer] {
         const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
         if (!status.isValid()) return;
         transfer->status = status.toInt();
-        if (*transfer->status == 200 || transfer->ending) return;
-        transfer->ending = true;
-        QMetaObject::invokeMethod(
-            r,
-            [r] {
-                if (!r->isFinished()) r->abort();
-            },
-            Qt::QueuedConnection);
+        if (*transfer->status != 200) drop(r, *transfer);
     };
     QObject::connect(r, &QNetworkReply::metaDataChanged, r, [idle, transfer, readStatus] {
         idle->start();
@@ -113,11 +120,11 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     });
     QObject::connect(r, &QNetworkReply::readyRead, r, [r, transfer, readStatus, maxBytes] {
         if (!transfer->status) readStatus();
-        if (transfer->tooLarge || transfer->status != 200) return;
+        if (transfer->tooLarge || transfer->status != 200 || transfer->ending) return;
         transfer->received += r->read(maxBytes + 1 - transfer->received.size());
         if (transfer->received.size() > maxBytes) {
             transfer->tooLarge = true;
-            r->abort();
+            drop(r, *transfer);
         }
     });
 
@@ -125,16 +132,18 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     whole->start();
     co_await ReplyEnd(r);
     HttpExchange::Outcome outcome;
-    if (!alive) {
+    if (alive) {
+        idle->stop();
+        whole->stop();
+        r->deleteLater();
+        if (!transfer->status) readStatus();
+    } else if (!transfer->ending) {
+        // Gone with the network manager, before any outcome was decided.
         outcome.transferError = QStringLiteral("The request was cancelled.");
         co_return outcome;
     }
-    idle->stop();
-    whole->stop();
-    r->deleteLater();
-
-    if (!transfer->status) readStatus();
-    if (transfer->status == 200 && !transfer->tooLarge && r->error() == QNetworkReply::NoError) {
+    const QNetworkReply::NetworkError error = alive ? r->error() : QNetworkReply::OperationCanceledError;
+    if (alive && transfer->status == 200 && !transfer->tooLarge && error == QNetworkReply::NoError) {
         transfer->received += r->read(maxBytes + 1 - transfer->received.size());
         if (transfer->received.size() > maxBytes) transfer->tooLarge = true;
     }
@@ -149,8 +158,8 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     } else if (transfer->overran) {
         outcome.transferError = QStringLiteral("The request did not finish within %1 ms.")
                                     .arg(HttpExchange::exchangeLimit(timeout).count());
-    } else if (r->error() != QNetworkReply::NoError) {
-        outcome.transferError = r->errorString();
+    } else if (error != QNetworkReply::NoError) {
+        outcome.transferError = alive ? r->errorString() : QStringLiteral("The request was cancelled.");
     } else {
         outcome.status = transfer->status.value_or(-1);
         if (outcome.status == 200) outcome.body = std::move(transfer->received);

@@ -46,24 +46,29 @@ private:
     QMetaObject::Connection m_destroyed;
 };
 
-// Aborts from the event loop rather than inside one of the reply's own signals, where Qt would
-// report the abort's error a second time.
-void abortSoon(QNetworkReply* reply) {
-    QMetaObject::invokeMethod(
-        reply,
-        [reply] {
-            if (!reply->isFinished()) reply->abort();
-        },
-        Qt::QueuedConnection);
-}
-
 // Written by the reply's signal handlers.
 struct Progress {
     QByteArray received;
     std::optional<int> status;
     bool tooLarge = false;
     bool timedOut = false;
+    bool ending = false; // the outcome is decided; the reply is being dropped
 };
+
+// Ends an exchange whose outcome is already decided by dropping the reply, from the event loop.
+// Deleting an unfinished reply stops its request quietly; abort() would instead raise an error of
+// its own, and the network thread may have one for the same reply on the way (it does for any
+// status it counts as an error), which Qt then reports as an internal problem. The awaiting
+// coroutine resumes on the reply's destruction.
+void drop(QNetworkReply* reply, Progress& progress) {
+    if (std::exchange(progress.ending, true)) return;
+    QMetaObject::invokeMethod(
+        reply,
+        [reply] {
+            if (!reply->isFinished()) reply->deleteLater();
+        },
+        Qt::QueuedConnection);
+}
 
 } // namespace
 
@@ -78,9 +83,9 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
     auto* deadline = new QTimer(r);
     deadline->setSingleShot(true);
     QObject::connect(deadline, &QTimer::timeout, r, [r, progress] {
-        if (r->isFinished()) return;
+        if (r->isFinished() || progress->ending) return;
         progress->timedOut = true;
-        r->abort();
+        drop(r, *progress);
     });
 
     QObject::connect(r, &QNetworkReply::metaDataChanged, r, [r, progress, maxBytes] {
@@ -89,39 +94,42 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         progress->status = status.toInt();
         // Nothing but a 200 body is ever looked at, so the rest is not even received.
         if (*progress->status != 200) {
-            abortSoon(r);
+            drop(r, *progress);
             return;
         }
         const QVariant length = r->header(QNetworkRequest::ContentLengthHeader);
         if (length.isValid() && length.toLongLong() > maxBytes) {
             progress->tooLarge = true;
-            abortSoon(r);
+            drop(r, *progress);
         }
     });
     QObject::connect(r, &QNetworkReply::readyRead, r, [r, progress, maxBytes] {
-        if (progress->status != 200 || progress->tooLarge) return;
+        if (progress->status != 200 || progress->tooLarge || progress->ending) return;
         progress->received += r->read(maxBytes + 1 - progress->received.size());
         if (progress->received.size() > maxBytes) {
             progress->tooLarge = true;
-            abortSoon(r);
+            drop(r, *progress);
         }
     });
 
     deadline->start(totalLimit);
     co_await Finished(r);
     Outcome outcome;
-    if (!alive) {
+    if (!alive && !progress->ending) {
+        // Gone with the network manager, before any outcome was decided.
         outcome.error = QStringLiteral("The request was cancelled.");
         co_return outcome;
     }
-    deadline->stop();
-    r->deleteLater();
-
-    if (!progress->status) {
-        const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (status.isValid()) progress->status = status.toInt();
+    if (alive) {
+        deadline->stop();
+        r->deleteLater();
+        if (!progress->status) {
+            const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+            if (status.isValid()) progress->status = status.toInt();
+        }
     }
-    if (progress->status == 200 && !progress->tooLarge && r->error() == QNetworkReply::NoError) {
+    const QNetworkReply::NetworkError error = alive ? r->error() : QNetworkReply::OperationCanceledError;
+    if (alive && progress->status == 200 && !progress->tooLarge && error == QNetworkReply::NoError) {
         progress->received += r->read(maxBytes + 1 - progress->received.size());
         if (progress->received.size() > maxBytes) progress->tooLarge = true;
     }
@@ -137,8 +145,8 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         outcome.error = QStringLiteral("The reply body is larger than %1 bytes.").arg(maxBytes);
     } else if (progress->timedOut) {
         outcome.error = QStringLiteral("No complete answer within %1 ms.").arg(totalLimit.count());
-    } else if (r->error() != QNetworkReply::NoError) {
-        outcome.error = r->errorString();
+    } else if (error != QNetworkReply::NoError) {
+        outcome.error = alive ? r->errorString() : QStringLiteral("The request was cancelled.");
     } else if (!progress->status) {
         outcome.error = QStringLiteral("No HTTP response arrived.");
     } else {

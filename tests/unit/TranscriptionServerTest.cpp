@@ -4,6 +4,7 @@
 #include "RunTask.h"
 #include "StandInHttpServer.h"
 #include "TestSignals.h"
+#include "WaitUntil.h"
 
 #include "cleanup/KeychainStore.h"
 #include "core/Log.h"
@@ -12,6 +13,7 @@
 #include "speech/TranscriptionSettings.h"
 #include "speech/WavFile.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 
 #include <gtest/gtest.h>
@@ -155,6 +157,23 @@ TEST_F(HttpTranscriptionServerTest, EveryHostileReplyEndsWithinTheBoundWithoutTe
         const ServerTranscript answer = ask(apiKey, hostile.endsByTime ? 2s : 8s);
         EXPECT_FALSE(answer.text);
         EXPECT_FALSE(answer.error.isEmpty());
+    }
+}
+
+// Which of two events comes first, the network thread's own error for the status or the end of
+// the exchange, varies from run to run; neither order may put a line in the log.
+TEST_F(HttpTranscriptionServerTest, ErrorStatusesEndTheExchangeWithoutALogLine) {
+    for (int round = 0; round < 20; ++round) {
+        for (int code : {401, 500}) {
+            SCOPED_TRACE(code);
+            server.setResponse(status(code));
+            LogCapture log;
+            const ServerTranscript answer = ask(apiKey);
+            EXPECT_EQ(answer.error, QStringLiteral("The server answered with status %1.").arg(code));
+            murmurly::testing::keepRunning(
+                std::chrono::milliseconds(50)); // what the network thread still had to say
+            EXPECT_EQ(log.lines().size(), 0) << log.allText().toStdString();
+        }
     }
 }
 
