@@ -90,6 +90,9 @@ QCoro::Task<QString> FileTranscriber::transcribe(const AudioBuffer& audio, QStri
                                                  std::shared_ptr<TranscriptionServer> server) {
     m_serverFailure.reset();
     TranscriptionEngine engine(m_backend, m_clock, language, std::move(server));
+    // Nobody holds a key here: the server gets the time a long recording needs, bounded all the same.
+    engine.setServerLimit(TranscriptionEngine::finalizeLimit +
+                          std::chrono::milliseconds(std::int64_t(audio.duration() * 2000.0)));
     const std::optional<AudioFormat> format = engine.bestAudioFormat();
     if (!format) throw MurmurlyError::noAudioFormat();
     std::vector<AudioBuffer> buffers;

@@ -135,7 +135,7 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
             m_askedServer = true;
             QByteArray wav =
                 WavFile::encodeInt16(samples.data(), std::int64_t(samples.size()), serverSampleRate, 1);
-            serverTask.emplace(askServer(m_server, std::move(wav), m_language, answer));
+            serverTask.emplace(askServer(m_server, std::move(wav), m_language, m_serverLimit, answer));
         }
     }
 
@@ -154,13 +154,13 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
     }
 
     const auto remaining =
-        std::chrono::duration_cast<std::chrono::milliseconds>(releasedAt + finalizeLimit - m_clock.now());
+        std::chrono::duration_cast<std::chrono::milliseconds>(releasedAt + m_serverLimit - m_clock.now());
     try {
         co_await withTimeout(m_clock, std::max(remaining, std::chrono::milliseconds::zero()),
                              std::move(*serverTask));
     } catch (...) {
         *answer = ServerTranscript::failure(
-            QStringLiteral("No answer within %1 seconds.").arg(finalizeLimit.count() / 1000));
+            QStringLiteral("No answer within %1 seconds.").arg(m_serverLimit.count() / 1000));
     }
     if (onDeviceFailure) std::rethrow_exception(onDeviceFailure);
 
@@ -175,8 +175,9 @@ QCoro::Task<QString> TranscriptionEngine::finish() {
 }
 
 QCoro::Task<> TranscriptionEngine::askServer(std::shared_ptr<TranscriptionServer> server, QByteArray wav,
-                                             QString language, std::shared_ptr<ServerTranscript> answer) {
-    *answer = co_await server->transcribe(std::move(wav), std::move(language), finalizeLimit);
+                                             QString language, std::chrono::milliseconds limit,
+                                             std::shared_ptr<ServerTranscript> answer) {
+    *answer = co_await server->transcribe(std::move(wav), std::move(language), limit);
 }
 
 std::vector<std::int16_t> TranscriptionEngine::serverSamples(const std::vector<AnalyzerInput>& recording) {

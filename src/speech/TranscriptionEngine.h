@@ -60,6 +60,11 @@ public:
     // be loaded (ModelLoadError): nothing was recognized, and the next dictation would fail too.
     QCoro::Task<QString> finish();
 
+    // How long after finish() the server's text is waited for; finalizeLimit unless set. A
+    // dictation keeps the default; a recording transcribed from a file, where nobody waits on a
+    // key, gives a long one the time the server needs for it.
+    void setServerLimit(std::chrono::milliseconds limit) { m_serverLimit = limit; }
+
     // Abandons the dictation.
     QCoro::Task<> cancel();
 
@@ -82,7 +87,8 @@ private:
     static QCoro::Task<> withTimeout(Clock& clock, std::chrono::milliseconds limit, QCoro::Task<> operation);
     QCoro::Task<QString> finishOnDevice();
     static QCoro::Task<> askServer(std::shared_ptr<TranscriptionServer> server, QByteArray wav,
-                                   QString language, std::shared_ptr<ServerTranscript> answer);
+                                   QString language, std::chrono::milliseconds limit,
+                                   std::shared_ptr<ServerTranscript> answer);
     struct Reading {
         QString text;
         std::optional<QString> loadFailure;
@@ -99,6 +105,7 @@ private:
     // Shared with the results reader, which may outlive a wait that gave up on it.
     std::shared_ptr<Reading> m_reading;
     std::shared_ptr<TranscriptionServer> m_server;
+    std::chrono::milliseconds m_serverLimit = finalizeLimit;
     std::shared_ptr<AnalyzerInputStream> m_recordedInput;
     std::optional<QString> m_serverFailure;
     bool m_askedServer = false;

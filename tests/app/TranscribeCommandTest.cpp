@@ -409,7 +409,7 @@ TEST(TranscribeCommand, EngineServerPrintsTheServersTextAndFallsBackToTheOnDevic
         {QStringLiteral("transcribe"), file, QStringLiteral("--engine"), QStringLiteral("server")});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-    EXPECT_EQ(run.out, QStringLiteral("He was not an ill-disposed young man.\n"));
+    EXPECT_EQ(run.out, QStringLiteral("He was not an ill-disposed young man.\n")) << run.err.toStdString();
     EXPECT_EQ(run.err, QString());
     ASSERT_EQ(server.requests().size(), 1);
     EXPECT_EQ(server.requests()[0].path, "/inference");
@@ -419,7 +419,7 @@ TEST(TranscribeCommand, EngineServerPrintsTheServersTextAndFallsBackToTheOnDevic
         {QStringLiteral("transcribe"), file, QStringLiteral("--engine"), QStringLiteral("server")});
     ASSERT_TRUE(run.finished);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-    EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
+    EXPECT_EQ(run.out, plain + QLatin1Char('\n')) << run.err.toStdString();
     // The program's own log line comes first on standard error; the user's sentence ends it.
     EXPECT_TRUE(
         run.err.endsWith(QStringLiteral("murmurly: The transcription server failed: The server answered "
@@ -430,10 +430,10 @@ TEST(TranscribeCommand, EngineServerPrintsTheServersTextAndFallsBackToTheOnDevic
     settings.setString(QStringLiteral("speechEngine"), QStringLiteral("server"));
     server.setJsonResponse(200, R"({"text":"From the preference."})");
     run = runWithoutDesktop({QStringLiteral("transcribe"), file});
-    EXPECT_EQ(run.out, QStringLiteral("From the preference.\n"));
+    EXPECT_EQ(run.out, QStringLiteral("From the preference.\n")) << run.err.toStdString();
     run = runWithoutDesktop(
         {QStringLiteral("transcribe"), file, QStringLiteral("--engine"), QStringLiteral("on-device")});
-    EXPECT_EQ(run.out, plain + QLatin1Char('\n'));
+    EXPECT_EQ(run.out, plain + QLatin1Char('\n')) << run.err.toStdString();
     EXPECT_EQ(server.requests().size(), 3);
 }
 

@@ -4,6 +4,7 @@
 #include "LogCapture.h"
 #include "ManualClock.h"
 #include "TestSignals.h"
+#include "speech/FileTranscriber.h"
 #include "speech/LanguageTag.h"
 #include "speech/MurmurlyError.h"
 #include "speech/WavFile.h"
@@ -448,6 +449,26 @@ TEST(TranscriptionEngineWithServer, ServerThatNeverAnswersIsGivenUpAtTheFinalisa
     EXPECT_TRUE(d.engine->serverFailure()->contains(QStringLiteral("8 seconds")));
 }
 
+TEST(TranscriptionEngineWithServer, AServerLimitSetForTheRecordingIsWhatTheServerIsGiven) {
+    ServerDictation d;
+    d.server->hangs = true;
+    d.start();
+    d.engine->setServerLimit(30s);
+    feed(*d.input, spoken());
+    PendingFinish finish(*d.engine);
+    drainEvents();
+    ASSERT_EQ(d.server->calls.size(), 1u);
+    EXPECT_EQ(d.server->calls[0].limit, 30s);
+    d.clock.advance(29s);
+    drainEvents();
+    EXPECT_FALSE(finish.text.has_value()) << "the server still has time";
+    d.server->release();
+    drainEvents();
+    ASSERT_TRUE(finish.text.has_value());
+    EXPECT_EQ(*finish.text, QStringLiteral("the server's words"));
+    EXPECT_FALSE(d.engine->serverFailure());
+}
+
 TEST(TranscriptionEngineWithServer, RecordingWithoutSpeechIsNotSent) {
     ServerDictation d;
     d.backend.script.finalResults.clear();
@@ -485,4 +506,35 @@ TEST(TranscriptionEngineWithServer, WithoutAServerNothingIsKeptForIt) {
     PendingFinish finish(engine);
     drainEvents();
     EXPECT_FALSE(engine.askedServer());
+}
+
+// A file is transcribed with nobody waiting on a key: a ten-second recording gives the server
+// the dictation's limit plus twice its length, not the dictation's limit alone.
+TEST(FileTranscriberWithServer, TheServerIsGivenTimeInProportionToTheRecording) {
+    ServerDictation d;
+    d.backend.format = AudioFormat::int16(16000, 1);
+    const std::vector<std::int16_t> tenSeconds = murmurly::testing::joined(
+        {spoken(), murmurly::testing::silence(16000, 10.0 - double(spoken().size()) / 16000.0)});
+    std::optional<AudioBuffer> audio =
+        AudioBuffer::allocate(AudioFormat::int16(16000, 1), std::int64_t(tenSeconds.size()));
+    ASSERT_TRUE(audio);
+    std::copy(tenSeconds.begin(), tenSeconds.end(), audio->int16Samples());
+    audio->setFrameLength(std::int64_t(tenSeconds.size()));
+
+    FileTranscriber transcriber(d.backend, d.clock);
+    std::optional<QString> text;
+    auto transcribe = [&]() -> QCoro::Task<> {
+        text = co_await transcriber.transcribe(*audio, QStringLiteral("en-US"), d.server);
+    };
+    QCoro::Task<> task = transcribe();
+    // Virtual time runs until the transcript is there (the transcriber's own waits are bounded).
+    drainEvents();
+    for (int i = 0; i < 200 && !text; ++i) {
+        d.clock.advance(1s);
+        drainEvents();
+    }
+    ASSERT_TRUE(text.has_value());
+    ASSERT_EQ(d.server->calls.size(), 1u);
+    EXPECT_EQ(d.server->calls[0].limit, TranscriptionEngine::finalizeLimit + 20s);
+    EXPECT_EQ(*text, QStringLiteral("the server's words"));
 }
