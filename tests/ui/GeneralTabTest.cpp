@@ -83,13 +83,17 @@ TEST(HotkeyRecorder, ShowsTheTriggerAndRecordingStopsTheMonitor) {
               QStringLiteral("Press a key or modifier\u2026 (Esc to cancel)"));
     EXPECT_EQ(f.row().button()->text(), QStringLiteral("Cancel"));
     f.window->resize(f.window->minimumSize());
-    QCoreApplication::processEvents();
-    // The whole prompt is readable at the narrowest width.
+    // The whole prompt is readable at the narrowest width, once the layout has settled: the
+    // narrower label first keeps its one-line height until the next layout pass gives it two.
     QLabel* prompt = f.row().triggerLabel();
-    const QRect room = prompt->contentsRect();
-    const QRect needed = prompt->fontMetrics().boundingRect(room, Qt::TextWordWrap, prompt->text());
-    EXPECT_LE(needed.width(), room.width());
-    EXPECT_LE(needed.height(), room.height());
+    const auto fits = [&] {
+        const QRect room = prompt->contentsRect();
+        const QRect needed = prompt->fontMetrics().boundingRect(room, Qt::TextWordWrap, prompt->text());
+        return needed.width() <= room.width() && needed.height() <= room.height();
+    };
+    EXPECT_TRUE(waitUntil([&] { return f.window->size() == f.window->minimumSize() && fits(); }))
+        << "window " << f.window->width() << "x" << f.window->height() << ", label " << prompt->width() << "x"
+        << prompt->height();
     saveScreenshot(f.window.get(), QStringLiteral("settings-general-recording"));
 }
 

@@ -10,6 +10,8 @@
 #include "settings/SettingsWindow.h"
 #include "settings/UsageTab.h"
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QLabel>
 #include <QTest>
 
@@ -59,7 +61,12 @@ struct SettingsFixture {
         window->showAndRaise();
         window->selectPage(SettingsTabs::title(tab));
         EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        QCoreApplication::processEvents();
+        // A label that wraps gets its height only in the layout pass after the one that gave it
+        // its width: let those passes run before anything is measured.
+        for (int pass = 0; pass < 4; ++pass) {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+            QCoreApplication::processEvents();
+        }
     }
 
     // Opens the window on `tab` at its minimum size, for pictures of the narrowest layout.
@@ -68,7 +75,13 @@ struct SettingsFixture {
         window->resize(window->minimumSize());
         window->selectPage(SettingsTabs::title(tab));
         EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        QCoreApplication::processEvents();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return window->size() == window->minimumSize(); }, 5000));
+        // A label that wraps gets its height only in the layout pass after the one that narrowed
+        // it: let every pass the resize started run before anything is measured.
+        for (int pass = 0; pass < 4; ++pass) {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+            QCoreApplication::processEvents();
+        }
     }
 
     AppController& controller;
