@@ -4,6 +4,9 @@
 
 #include <QString>
 
+#include <functional>
+#include <optional>
+
 class QNetworkAccessManager;
 
 namespace murmurly {
@@ -13,8 +16,20 @@ namespace murmurly {
 // optional API key sent as a bearer token.
 class HttpTranscriptionServer final : public TranscriptionServer {
 public:
+    // Reads the API key, giving up after the limit; absent when there is none (or it could not be
+    // read in time, in which case the request goes without it and the server says whether it
+    // needed one).
+    using KeyReader = std::function<QCoro::Task<std::optional<QString>>(std::chrono::milliseconds limit)>;
+
+    // The most of a request's time limit spent waiting for the keyring.
+    static constexpr std::chrono::milliseconds keyReadLimit{2000};
+
     HttpTranscriptionServer(QNetworkAccessManager& network, QString endpointURL, QString model,
                             QString apiKey);
+    // The key is read when a transcription is asked for, off the main thread and bounded, so
+    // that a keyring waiting for an unlock prompt never holds up the start of a dictation.
+    HttpTranscriptionServer(QNetworkAccessManager& network, QString endpointURL, QString model,
+                            KeyReader readKey);
 
     QCoro::Task<ServerTranscript> transcribe(QByteArray wav, QString language,
                                              std::chrono::milliseconds limit) override;
@@ -24,6 +39,7 @@ private:
     QString m_endpointURL;
     QString m_model;
     QString m_apiKey;
+    KeyReader m_readKey;
 };
 
 } // namespace murmurly

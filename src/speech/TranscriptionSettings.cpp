@@ -74,8 +74,10 @@ std::shared_ptr<TranscriptionServer> TranscriptionSettings::makeServer() const {
 }
 
 std::shared_ptr<TranscriptionServer> TranscriptionSettings::makeConfiguredServer() const {
-    return std::make_shared<HttpTranscriptionServer>(m_network, endpointURL(), model(),
-                                                     m_keys.value(apiKeyAccount).value_or(QString()));
+    const KeychainStore& keys = m_keys;
+    return std::make_shared<HttpTranscriptionServer>(
+        m_network, endpointURL(), model(),
+        [&keys](std::chrono::milliseconds limit) { return keys.valueWithin(apiKeyAccount, limit); });
 }
 
 } // namespace murmurly

@@ -18,10 +18,25 @@ public:
 
     bool available = true;
     QList<Item> items;
+    // How often the store was read with read(), which may wait without limit, and with the
+    // bounded readWithin().
+    int unboundedReads = 0;
+    int boundedReads = 0;
 
     bool isAvailable() override { return available; }
 
     std::optional<QByteArray> read(const QString& service, const QString& account) override {
+        ++unboundedReads;
+        return find(service, account);
+    }
+
+    QCoro::Task<std::optional<QByteArray>> readWithin(const QString& service, const QString& account,
+                                                      std::chrono::milliseconds) override {
+        ++boundedReads;
+        co_return find(service, account);
+    }
+
+    std::optional<QByteArray> find(const QString& service, const QString& account) const {
         if (!available) return std::nullopt;
         for (const Item& item : items)
             if (item.service == service && item.account == account) return item.secret;

@@ -354,6 +354,19 @@ TEST_F(ControllerWithServerTest, SilentRecordingSendsNothingAndInsertsNothing) {
     EXPECT_EQ(h.controller().state(), DictationState::idle);
 }
 
+// The keyring may sit behind an unlock prompt: a dictation reads the server's key only with a
+// bounded read, never with one that could hold the main thread.
+TEST_F(ControllerWithServerTest, TheKeyIsReadOnlyWithABoundedRead) {
+    h.secrets.unboundedReads = 0;
+    h.secrets.boundedReads = 0;
+    dictate(speechLike);
+    ASSERT_TRUE(waitForInsertion());
+    EXPECT_EQ(h.secrets.unboundedReads, 0);
+    EXPECT_EQ(h.secrets.boundedReads, 1);
+    ASSERT_EQ(server.requests().size(), 1);
+    EXPECT_EQ(server.requests()[0].header("Authorization"), "Bearer " + apiKey.toUtf8());
+}
+
 TEST_F(ControllerWithServerTest, OnDeviceEngineNeverAsksTheServer) {
     h.controller().transcriptionSettings().setEngine(SpeechEngineKind::onDevice);
     dictate(speechLike);
