@@ -330,10 +330,18 @@ void CleanupTab::refreshLocalModels() {
 }
 
 void CleanupTab::refreshKey() {
+    readKeyState();
+}
+
+QCoro::Task<> CleanupTab::readKeyState() {
+    const quint64 read = ++m_keyReads;
+    const QPointer<CleanupTab> self(this);
     const std::optional<QString> account =
         CleanupProviders::keychainAccount(m_controller.cleanupSettings().provider());
     KeychainStore& keychain = m_controller.keychain();
-    const bool stored = account && keychain.value(*account).has_value();
+    const bool stored =
+        account && (co_await keychain.valueWithin(*account, AppController::cleanupKeyLimit)).has_value();
+    if (!self || read != m_keyReads) co_return; // gone, or a newer read decides
     const bool keyringAvailable = keychain.isAvailable();
     m_keyStored->setVisible(stored);
     m_clearKey->setVisible(stored);
@@ -372,12 +380,14 @@ QCoro::Task<> CleanupTab::runTest() {
     setTestState(TestState::running);
     // The same factory and prompt as a dictation, so a passing test means the next dictation's
     // cleanup will be attempted with the same key, model and URL.
-    std::unique_ptr<TextTransformer> transformer = m_controller.cleanupSettings().makeTransformer();
+    QPointer<CleanupTab> self(this);
+    std::unique_ptr<TextTransformer> transformer =
+        co_await m_controller.cleanupSettings().makeTransformerNow(AppController::cleanupKeyLimit);
+    if (!self) co_return;
     if (!transformer) {
         setTestState(TestState::failed, notConfiguredText);
         co_return;
     }
-    QPointer<CleanupTab> self(this);
     const std::optional<TransformResult> result =
         co_await transformer->transform(testSample, CleanupPrompt::system);
     if (!self) co_return;

@@ -57,7 +57,10 @@ private:
     void refresh();
     void refreshLocalStatus();
     void refreshLocalModels();
+    // Shows whether a key is stored; the keyring is read bounded, so a keyring that waits for an
+    // unlock prompt never freezes the window (until it answers, no key is shown as stored).
     void refreshKey();
+    QCoro::Task<> readKeyState();
     void refreshSaveButton();
     void saveKey();
     void clearKey();
@@ -68,6 +71,7 @@ private:
     LocalLanguageModel& m_localModel;
     LocalModelServer* m_server;
     TestState m_testState = TestState::idle;
+    quint64 m_keyReads = 0; // the newest key read is the one shown
 
     QComboBox* m_provider = nullptr;
     QGroupBox* m_localSection = nullptr;

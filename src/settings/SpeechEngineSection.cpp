@@ -115,9 +115,7 @@ void SpeechEngineSection::refresh() {
         m_form->setRowVisible(row, server);
     m_saveKey->setEnabled(server && !m_key->text().trimmed().isEmpty());
     if (m_testing) m_test->setEnabled(false);
-    const bool stored = m_settings.hasApiKey();
-    m_keyStatus->setText(stored ? keyStoredText : noKeyText);
-    m_removeKey->setEnabled(server && stored);
+    refreshKeyStatus(server);
 
     const QString endpoint = m_settings.endpointURL();
     if (!server) {
@@ -127,6 +125,15 @@ void SpeechEngineSection::refresh() {
     } else {
         m_destination->setText(remoteLinePrefix + QUrl(endpoint.trimmed()).host() + QLatin1Char('.'));
     }
+}
+
+QCoro::Task<> SpeechEngineSection::refreshKeyStatus(bool server) {
+    const quint64 read = ++m_keyReads;
+    const QPointer<SpeechEngineSection> self(this);
+    const bool stored = co_await m_settings.hasApiKeyWithin(AppController::cleanupKeyLimit);
+    if (!self || read != m_keyReads) co_return; // gone, or a newer read decides
+    m_keyStatus->setText(stored ? keyStoredText : noKeyText);
+    m_removeKey->setEnabled(server && stored);
 }
 
 QByteArray SpeechEngineSection::silentSecond() {

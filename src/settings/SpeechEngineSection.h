@@ -51,6 +51,8 @@ public:
 
 private:
     void refresh();
+    // The key line; the keyring is read bounded, so a locked keyring never freezes the window.
+    QCoro::Task<> refreshKeyStatus(bool server);
     QCoro::Task<> runTest();
 
     AppController& m_controller;
@@ -69,6 +71,7 @@ private:
     QFormLayout* m_form = nullptr;
     QList<QWidget*> m_serverRows;
     bool m_testing = false;
+    quint64 m_keyReads = 0; // the newest key read is the one shown
 };
 
 } // namespace murmurly

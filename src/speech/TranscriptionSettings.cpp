@@ -44,9 +44,9 @@ void TranscriptionSettings::setModel(const QString& model) {
     emit changed();
 }
 
-bool TranscriptionSettings::hasApiKey() const {
-    const std::optional<QString> key = m_keys.value(apiKeyAccount);
-    return key && !key->isEmpty();
+QCoro::Task<bool> TranscriptionSettings::hasApiKeyWithin(std::chrono::milliseconds limit) const {
+    const std::optional<QString> key = co_await m_keys.valueWithin(apiKeyAccount, limit);
+    co_return key && !key->isEmpty();
 }
 
 bool TranscriptionSettings::setApiKey(const QString& key) {

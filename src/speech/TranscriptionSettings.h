@@ -37,7 +37,9 @@ public:
     QString model() const;
     void setModel(const QString& model);
 
-    bool hasApiKey() const;
+    // Whether a non-empty API key is stored; false also when the keyring has not answered within
+    // `limit`.
+    QCoro::Task<bool> hasApiKeyWithin(std::chrono::milliseconds limit) const;
     bool setApiKey(const QString& key);
     void removeApiKey();
 

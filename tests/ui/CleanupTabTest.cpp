@@ -159,6 +159,19 @@ TEST_F(CleanupTabTest, SavingAKeyWithSurroundingSpacesStoresItTrimmedAndShowsThe
     EXPECT_FALSE(child<QPushButton>(*tab, "saveKey")->isEnabled());
 }
 
+// The keyring may sit behind an unlock prompt: the tab reads it only bounded, for its key line
+// and for a test of the provider alike.
+TEST_F(CleanupTabTest, TheKeyringIsReadOnlyBoundedForTheKeyLineAndTheTest) {
+    harness.controller().keychain().set(QStringLiteral("sk-ant-123"), anthropicAccount);
+    harness.secrets.unboundedReads = 0;
+    auto tab = makeTab(CleanupProvider::anthropic);
+    EXPECT_TRUE(shown(*tab, child<StatusLabel>(*tab, "keyStored")));
+    QTest::mouseClick(child<QPushButton>(*tab, "testCleanup"), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([&] { return tab->testState() != CleanupTab::TestState::running; }));
+    EXPECT_GE(harness.secrets.boundedReads, 2);
+    EXPECT_EQ(harness.secrets.unboundedReads, 0);
+}
+
 TEST_F(CleanupTabTest, EnterInTheKeyFieldSavesAndASecondSaveReplacesTheKey) {
     auto tab = makeTab(CleanupProvider::anthropic);
     auto* entry = child<QLineEdit>(*tab, "keyEntry");
