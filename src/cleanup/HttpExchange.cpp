@@ -14,19 +14,24 @@ namespace murmurly {
 
 namespace {
 
-// Resumes the awaiting coroutine when the reply finishes, or, should the network manager be
-// destroyed first and take the reply with it, from the event loop right afterwards; a request is
-// never left suspended for good.
+// Resumes the awaiting coroutine when the reply finishes, when `decided` fires (the outcome is
+// known before the reply ends), or, should the network manager be destroyed first and take the
+// reply with it, from the event loop right afterwards; a request is never left suspended for good.
 class ReplyEnd {
 public:
-    explicit ReplyEnd(QNetworkReply* reply)
-        : m_reply(reply) {}
+    ReplyEnd(QNetworkReply* reply, QTimer* decided)
+        : m_reply(reply)
+        , m_decided(decided) {}
 
     bool await_ready() const noexcept { return !m_reply || m_reply->isFinished(); }
 
     void await_suspend(std::coroutine_handle<> awaiting) {
         auto resumed = std::make_shared<bool>(false);
         m_finished = QObject::connect(m_reply, &QNetworkReply::finished, [awaiting, resumed] {
+            if (std::exchange(*resumed, true)) return;
+            awaiting.resume();
+        });
+        m_decidedConnection = QObject::connect(m_decided, &QTimer::timeout, [awaiting, resumed] {
             if (std::exchange(*resumed, true)) return;
             awaiting.resume();
         });
@@ -39,12 +44,15 @@ public:
 
     void await_resume() {
         QObject::disconnect(m_finished);
+        QObject::disconnect(m_decidedConnection);
         QObject::disconnect(m_destroyed);
     }
 
 private:
     QNetworkReply* m_reply;
+    QTimer* m_decided;
     QMetaObject::Connection m_finished;
+    QMetaObject::Connection m_decidedConnection;
     QMetaObject::Connection m_destroyed;
 };
 
@@ -55,23 +63,8 @@ struct Transfer {
     bool tooLarge = false;
     bool timedOut = false; // idle for the whole limit
     bool overran = false;  // the whole exchange took too long
-    bool ending = false;   // the outcome is decided; the reply is being dropped
+    bool ending = false;   // a status other than 200 arrived; the exchange has ended
 };
-
-// Ends an exchange whose outcome is already decided by dropping the reply, from the event loop.
-// Deleting an unfinished reply stops its request quietly; abort() would instead raise an error of
-// its own, and the network thread may have one for the same reply on the way (it does for any
-// status it counts as an error), which Qt then reports as an internal problem. The awaiting
-// coroutine resumes on the reply's destruction.
-void drop(QNetworkReply* r, Transfer& transfer) {
-    if (std::exchange(transfer.ending, true)) return;
-    QMetaObject::invokeMethod(
-        r,
-        [r] {
-            if (!r->isFinished()) r->deleteLater();
-        },
-        Qt::QueuedConnection);
-}
 
 QNetworkRequest prepared(QNetworkRequest request) {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
@@ -89,30 +82,37 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     idle->setSingleShot(true);
     idle->setInterval(timeout);
     QObject::connect(idle, &QTimer::timeout, r, [r, transfer] {
-        if (r->isFinished() || transfer->ending) return;
+        if (r->isFinished()) return;
         transfer->timedOut = true;
-        drop(r, *transfer);
+        r->abort();
     });
     auto* whole = new QTimer(r);
     whole->setObjectName(QStringLiteral("exchangeLimit"));
     whole->setSingleShot(true);
     whole->setInterval(HttpExchange::exchangeLimit(timeout));
     QObject::connect(whole, &QTimer::timeout, r, [r, transfer] {
-        if (r->isFinished() || transfer->ending) return;
+        if (r->isFinished()) return;
         transfer->overran = true;
-        drop(r, *transfer);
+        r->abort();
     });
     const auto progressed = [idle] { idle->start(); };
     QObject::connect(r, &QNetworkReply::uploadProgress, idle, progressed);
     QObject::connect(r, &QNetworkReply::downloadProgress, idle, progressed);
 
     // Any status but 200 decides the outcome by itself: the exchange ends as soon as it is known,
-    // without reading the body.
-    const auto readStatus = [r, transfer] {
+    // without reading the body. The reply itself is not aborted: the network thread raises an
+    // error of its own for such a status, and one arriving after an abort makes Qt report an
+    // internal problem. It ends by itself (or at the exchange limit, which still stands) and is
+    // deleted then.
+    auto* decided = new QTimer(r);
+    decided->setSingleShot(true);
+    const auto readStatus = [r, transfer, decided] {
         const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
         if (!status.isValid()) return;
         transfer->status = status.toInt();
-        if (*transfer->status != 200) drop(r, *transfer);
+        if (*transfer->status == 200 || transfer->ending) return;
+        transfer->ending = true;
+        decided->start(0);
     };
     QObject::connect(r, &QNetworkReply::metaDataChanged, r, [idle, transfer, readStatus] {
         idle->start();
@@ -120,30 +120,33 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     });
     QObject::connect(r, &QNetworkReply::readyRead, r, [r, transfer, readStatus, maxBytes] {
         if (!transfer->status) readStatus();
-        if (transfer->tooLarge || transfer->status != 200 || transfer->ending) return;
+        if (transfer->tooLarge || transfer->status != 200) return;
         transfer->received += r->read(maxBytes + 1 - transfer->received.size());
         if (transfer->received.size() > maxBytes) {
             transfer->tooLarge = true;
-            drop(r, *transfer);
+            r->abort();
         }
     });
 
     idle->start();
     whole->start();
-    co_await ReplyEnd(r);
+    co_await ReplyEnd(r, decided);
     HttpExchange::Outcome outcome;
-    if (alive) {
-        idle->stop();
-        whole->stop();
-        r->deleteLater();
-        if (!transfer->status) readStatus();
-    } else if (!transfer->ending) {
-        // Gone with the network manager, before any outcome was decided.
+    if (!alive) {
         outcome.transferError = QStringLiteral("The request was cancelled.");
         co_return outcome;
     }
-    const QNetworkReply::NetworkError error = alive ? r->error() : QNetworkReply::OperationCanceledError;
-    if (alive && transfer->status == 200 && !transfer->tooLarge && error == QNetworkReply::NoError) {
+    if (r->isFinished()) {
+        idle->stop();
+        whole->stop();
+        r->deleteLater();
+    } else {
+        // Decided by its status: the idle and exchange limits still end a reply that keeps sending.
+        QObject::connect(r, &QNetworkReply::finished, r, &QObject::deleteLater);
+    }
+
+    if (!transfer->status) readStatus();
+    if (transfer->status == 200 && !transfer->tooLarge && r->error() == QNetworkReply::NoError) {
         transfer->received += r->read(maxBytes + 1 - transfer->received.size());
         if (transfer->received.size() > maxBytes) transfer->tooLarge = true;
     }
@@ -158,8 +161,8 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
     } else if (transfer->overran) {
         outcome.transferError = QStringLiteral("The request did not finish within %1 ms.")
                                     .arg(HttpExchange::exchangeLimit(timeout).count());
-    } else if (error != QNetworkReply::NoError) {
-        outcome.transferError = alive ? r->errorString() : QStringLiteral("The request was cancelled.");
+    } else if (r->error() != QNetworkReply::NoError) {
+        outcome.transferError = r->errorString();
     } else {
         outcome.status = transfer->status.value_or(-1);
         if (outcome.status == 200) outcome.body = std::move(transfer->received);

@@ -14,18 +14,23 @@ namespace murmurly {
 
 namespace {
 
-// Resumes the awaiting coroutine when the reply finishes, or, should the network manager be
-// destroyed first and take the reply with it, from the event loop right afterwards.
+// Resumes the awaiting coroutine when the reply finishes, when `decided` fires (the outcome is
+// known before the reply ends), or, should the network manager be destroyed first and take the
+// reply with it, from the event loop right afterwards.
 class Finished {
 public:
-    explicit Finished(QNetworkReply* reply)
-        : m_reply(reply) {}
+    Finished(QNetworkReply* reply, QTimer* decided)
+        : m_reply(reply)
+        , m_decided(decided) {}
 
     bool await_ready() const noexcept { return m_reply->isFinished(); }
 
     void await_suspend(std::coroutine_handle<> awaiting) {
         auto resumed = std::make_shared<bool>(false);
         m_finished = QObject::connect(m_reply, &QNetworkReply::finished, [awaiting, resumed] {
+            if (!std::exchange(*resumed, true)) awaiting.resume();
+        });
+        m_decidedConnection = QObject::connect(m_decided, &QTimer::timeout, [awaiting, resumed] {
             if (!std::exchange(*resumed, true)) awaiting.resume();
         });
         m_destroyed = QObject::connect(m_reply, &QObject::destroyed, [awaiting, resumed] {
@@ -37,14 +42,28 @@ public:
 
     void await_resume() {
         QObject::disconnect(m_finished);
+        QObject::disconnect(m_decidedConnection);
         QObject::disconnect(m_destroyed);
     }
 
 private:
     QNetworkReply* m_reply;
+    QTimer* m_decided;
     QMetaObject::Connection m_finished;
+    QMetaObject::Connection m_decidedConnection;
     QMetaObject::Connection m_destroyed;
 };
+
+// Aborts from the event loop rather than inside one of the reply's own signals, where Qt would
+// report the abort's error a second time.
+void abortSoon(QNetworkReply* reply) {
+    QMetaObject::invokeMethod(
+        reply,
+        [reply] {
+            if (!reply->isFinished()) reply->abort();
+        },
+        Qt::QueuedConnection);
+}
 
 // Written by the reply's signal handlers.
 struct Progress {
@@ -52,23 +71,7 @@ struct Progress {
     std::optional<int> status;
     bool tooLarge = false;
     bool timedOut = false;
-    bool ending = false; // the outcome is decided; the reply is being dropped
 };
-
-// Ends an exchange whose outcome is already decided by dropping the reply, from the event loop.
-// Deleting an unfinished reply stops its request quietly; abort() would instead raise an error of
-// its own, and the network thread may have one for the same reply on the way (it does for any
-// status it counts as an error), which Qt then reports as an internal problem. The awaiting
-// coroutine resumes on the reply's destruction.
-void drop(QNetworkReply* reply, Progress& progress) {
-    if (std::exchange(progress.ending, true)) return;
-    QMetaObject::invokeMethod(
-        reply,
-        [reply] {
-            if (!reply->isFinished()) reply->deleteLater();
-        },
-        Qt::QueuedConnection);
-}
 
 } // namespace
 
@@ -80,56 +83,63 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
     const QPointer<QNetworkReply> alive(r);
     auto progress = std::make_shared<Progress>();
 
+    // Fired when a status other than 200 has decided the outcome: the exchange ends at once.
+    auto* decided = new QTimer(r);
+    decided->setSingleShot(true);
     auto* deadline = new QTimer(r);
     deadline->setSingleShot(true);
     QObject::connect(deadline, &QTimer::timeout, r, [r, progress] {
-        if (r->isFinished() || progress->ending) return;
+        if (r->isFinished()) return;
         progress->timedOut = true;
-        drop(r, *progress);
+        r->abort();
     });
 
-    QObject::connect(r, &QNetworkReply::metaDataChanged, r, [r, progress, maxBytes] {
+    QObject::connect(r, &QNetworkReply::metaDataChanged, r, [r, progress, decided, maxBytes] {
         const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
         if (!status.isValid()) return;
         progress->status = status.toInt();
-        // Nothing but a 200 body is ever looked at, so the rest is not even received.
+        // Nothing but a 200 body is ever looked at. Any other status ends the exchange at once;
+        // the reply itself is not aborted, as the network thread raises an error of its own for
+        // such a status, and one arriving after an abort makes Qt report an internal problem.
+        // It ends by itself (or at the deadline, which still stands) and is deleted then.
         if (*progress->status != 200) {
-            drop(r, *progress);
+            decided->start(0);
             return;
         }
         const QVariant length = r->header(QNetworkRequest::ContentLengthHeader);
         if (length.isValid() && length.toLongLong() > maxBytes) {
             progress->tooLarge = true;
-            drop(r, *progress);
+            abortSoon(r);
         }
     });
     QObject::connect(r, &QNetworkReply::readyRead, r, [r, progress, maxBytes] {
-        if (progress->status != 200 || progress->tooLarge || progress->ending) return;
+        if (progress->status != 200 || progress->tooLarge) return;
         progress->received += r->read(maxBytes + 1 - progress->received.size());
         if (progress->received.size() > maxBytes) {
             progress->tooLarge = true;
-            drop(r, *progress);
+            abortSoon(r);
         }
     });
 
     deadline->start(totalLimit);
-    co_await Finished(r);
+    co_await Finished(r, decided);
     Outcome outcome;
-    if (!alive && !progress->ending) {
-        // Gone with the network manager, before any outcome was decided.
+    if (!alive) {
         outcome.error = QStringLiteral("The request was cancelled.");
         co_return outcome;
     }
-    if (alive) {
+    if (r->isFinished()) {
         deadline->stop();
         r->deleteLater();
-        if (!progress->status) {
-            const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-            if (status.isValid()) progress->status = status.toInt();
-        }
+    } else {
+        QObject::connect(r, &QNetworkReply::finished, r, &QObject::deleteLater);
     }
-    const QNetworkReply::NetworkError error = alive ? r->error() : QNetworkReply::OperationCanceledError;
-    if (alive && progress->status == 200 && !progress->tooLarge && error == QNetworkReply::NoError) {
+
+    if (!progress->status) {
+        const QVariant status = r->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        if (status.isValid()) progress->status = status.toInt();
+    }
+    if (progress->status == 200 && !progress->tooLarge && r->error() == QNetworkReply::NoError) {
         progress->received += r->read(maxBytes + 1 - progress->received.size());
         if (progress->received.size() > maxBytes) progress->tooLarge = true;
     }
@@ -145,8 +155,8 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         outcome.error = QStringLiteral("The reply body is larger than %1 bytes.").arg(maxBytes);
     } else if (progress->timedOut) {
         outcome.error = QStringLiteral("No complete answer within %1 ms.").arg(totalLimit.count());
-    } else if (error != QNetworkReply::NoError) {
-        outcome.error = alive ? r->errorString() : QStringLiteral("The request was cancelled.");
+    } else if (r->error() != QNetworkReply::NoError) {
+        outcome.error = r->errorString();
     } else if (!progress->status) {
         outcome.error = QStringLiteral("No HTTP response arrived.");
     } else {
