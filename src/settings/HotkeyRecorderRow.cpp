@@ -4,6 +4,7 @@
 #include "settings/HotkeyRecorder.h"
 #include "settings/SettingsText.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -33,6 +34,7 @@ HotkeyRecorderRow::HotkeyRecorderRow(AppController& controller, const KeyEventTr
     row->addWidget(m_trigger, 1);
     row->addWidget(m_button);
 
+    m_trigger->installEventFilter(this);
     connect(m_button, &QPushButton::clicked, m_recorder, &HotkeyRecorder::toggle);
     connect(m_recorder, &HotkeyRecorder::recordingChanged, this, &HotkeyRecorderRow::update);
     connect(m_recorder, &HotkeyRecorder::showTypeableWarningChanged, this, &HotkeyRecorderRow::update);
@@ -50,6 +52,16 @@ void HotkeyRecorderRow::hideEvent(QHideEvent* event) {
     QWidget::hideEvent(event);
 }
 
+bool HotkeyRecorderRow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == m_trigger && event->type() == QEvent::Resize) fitTriggerHeight();
+    return QWidget::eventFilter(watched, event);
+}
+
+void HotkeyRecorderRow::fitTriggerHeight() {
+    const int needed = m_trigger->heightForWidth(m_trigger->width());
+    if (needed > 0 && needed != m_trigger->minimumHeight()) m_trigger->setMinimumHeight(needed);
+}
+
 void HotkeyRecorderRow::update() {
     const bool recording = m_recorder->isRecording();
     m_trigger->setText(recording ? promptText : m_controller.hotkeyBinding().displayName);
@@ -58,6 +70,7 @@ void HotkeyRecorderRow::update() {
     m_button->setAccessibleName(recording ? QStringLiteral("Cancel recording the trigger")
                                           : QStringLiteral("Change trigger"));
     m_warning->setVisible(m_recorder->showTypeableWarning());
+    fitTriggerHeight();
 }
 
 } // namespace murmurly

@@ -32,9 +32,14 @@ public:
 protected:
     // A recording does not outlive the window: the monitor runs again when the row is hidden.
     void hideEvent(QHideEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void update();
+    // The height the wrapped label needs at its width, as its minimum: the forms and scroll area
+    // around the row do not always pass a wrapping label's height for its width on, and the
+    // second line of the prompt was then cut off.
+    void fitTriggerHeight();
 
     AppController& m_controller;
     HotkeyRecorder* m_recorder;
