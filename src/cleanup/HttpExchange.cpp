@@ -66,6 +66,9 @@ struct Transfer {
     bool ending = false;   // a status other than 200 arrived; the exchange has ended
 };
 
+// How much of an error body the network stack may hold while its reply ends by itself.
+constexpr qint64 unreadBodyBuffer = 64 * 1024;
+
 QNetworkRequest prepared(QNetworkRequest request) {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     return request;
@@ -112,6 +115,8 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
         transfer->status = status.toInt();
         if (*transfer->status == 200 || transfer->ending) return;
         transfer->ending = true;
+        // What is left of the body stays on the socket rather than piling up in memory.
+        r->setReadBufferSize(unreadBodyBuffer);
         decided->start(0);
     };
     QObject::connect(r, &QNetworkReply::metaDataChanged, r, [idle, transfer, readStatus] {

@@ -65,6 +65,9 @@ void abortSoon(QNetworkReply* reply) {
         Qt::QueuedConnection);
 }
 
+// How much of an error body the network stack may hold while its reply ends by itself.
+constexpr qint64 unreadBodyBuffer = 64 * 1024;
+
 // Written by the reply's signal handlers.
 struct Progress {
     QByteArray received;
@@ -103,6 +106,8 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         // such a status, and one arriving after an abort makes Qt report an internal problem.
         // It ends by itself (or at the deadline, which still stands) and is deleted then.
         if (*progress->status != 200) {
+            // What is left of the body stays on the socket rather than piling up in memory.
+            r->setReadBufferSize(unreadBodyBuffer);
             decided->start(0);
             return;
         }

@@ -142,6 +142,8 @@ protected:
         Response dripAfter500 = respond(500, R"({"error":"overloaded"})");
         dripAfter500.bodySize = 100000;
         dripAfter500.dripIntervalMilliseconds = 50;
+        Response hugeAfter500 = respond(500, R"({"error":")");
+        hugeAfter500.bodySize = 50 * 1024 * 1024;
         return {
             {"non-JSON", respond(200, "<html><body>Bad gateway</body></html>"), "request failed: "},
             {"truncated JSON", respond(200, validReply.left(validReply.size() - 3)), "request failed: "},
@@ -164,6 +166,7 @@ protected:
             {"status 429", respond(429, R"({"error":"slow down"})"), "error 429"},
             {"status 500", respond(500, "oops"), "error 500"},
             {"status 500, body dripping", dripAfter500, "error 500"},
+            {"status 500, 50 MiB body", hugeAfter500, "error 500"},
             {"status 529", respond(529, R"({"error":"overloaded"})"), "error 529"},
         };
     }

@@ -76,6 +76,9 @@ std::vector<HostileCase> hostileCases() {
     cases.push_back({"401", status(401)});
     cases.push_back({"429", status(429)});
     cases.push_back({"500", status(500)});
+    Response hugeError = status(500, R"({"error":")");
+    hugeError.bodySize = 50LL * 1024 * 1024;
+    cases.push_back({"500 with a 50 MiB body", hugeError});
     Response html = status(200, "<html><body>It works!</body></html>");
     html.contentType = "text/html";
     cases.push_back({"not JSON", html});
