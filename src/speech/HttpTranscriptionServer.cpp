@@ -11,12 +11,19 @@
 
 namespace murmurly {
 
+namespace {
+
+QCoro::Task<std::optional<QString>> fixedKey(QString key) {
+    co_return key;
+}
+
+} // namespace
+
 HttpTranscriptionServer::HttpTranscriptionServer(QNetworkAccessManager& network, QString endpointURL,
                                                  QString model, QString apiKey)
-    : m_network(network)
-    , m_endpointURL(std::move(endpointURL))
-    , m_model(std::move(model))
-    , m_apiKey(std::move(apiKey)) {
+    : HttpTranscriptionServer(
+          network, std::move(endpointURL), std::move(model),
+          [apiKey = std::move(apiKey)](std::chrono::milliseconds) { return fixedKey(apiKey); }) {
 }
 
 HttpTranscriptionServer::HttpTranscriptionServer(QNetworkAccessManager& network, QString endpointURL,
@@ -38,8 +45,7 @@ QCoro::Task<ServerTranscript> HttpTranscriptionServer::transcribe(QByteArray wav
     // The time spent on the key comes out of the request's own limit.
     QElapsedTimer elapsed;
     elapsed.start();
-    QString apiKey = m_apiKey;
-    if (m_readKey) apiKey = (co_await m_readKey(std::min(limit, keyReadLimit))).value_or(QString());
+    const QString apiKey = (co_await m_readKey(std::min(limit, keyReadLimit))).value_or(QString());
     const auto remaining = limit - std::chrono::milliseconds(elapsed.elapsed());
     if (remaining <= std::chrono::milliseconds::zero())
         co_return ServerTranscript::failure(QStringLiteral("The keyring did not answer in time."));

@@ -38,7 +38,6 @@ private:
     QNetworkAccessManager& m_network;
     QString m_endpointURL;
     QString m_model;
-    QString m_apiKey;
     KeyReader m_readKey;
 };
 

@@ -61,12 +61,7 @@ struct SettingsFixture {
         window->showAndRaise();
         window->selectPage(SettingsTabs::title(tab));
         EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        // A label that wraps gets its height only in the layout pass after the one that gave it
-        // its width: let those passes run before anything is measured.
-        for (int pass = 0; pass < 4; ++pass) {
-            QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
-            QCoreApplication::processEvents();
-        }
+        settleLayout();
     }
 
     // Opens the window on `tab` at its minimum size, for pictures of the narrowest layout.
@@ -76,8 +71,12 @@ struct SettingsFixture {
         window->selectPage(SettingsTabs::title(tab));
         EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         EXPECT_TRUE(QTest::qWaitFor([&] { return window->size() == window->minimumSize(); }, 5000));
-        // A label that wraps gets its height only in the layout pass after the one that narrowed
-        // it: let every pass the resize started run before anything is measured.
+        settleLayout();
+    }
+
+    // A label that wraps gets its height only in the layout pass after the one that gave it its
+    // width: lets those passes run before anything is measured.
+    static void settleLayout() {
         for (int pass = 0; pass < 4; ++pass) {
             QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
             QCoreApplication::processEvents();
