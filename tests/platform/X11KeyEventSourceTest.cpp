@@ -347,7 +347,7 @@ TEST(X11KeyEventSource, KeysArriveInTheCanonicalSpaceWithModifierFlagsOnTheReade
 }
 
 TEST(X11KeyEventSource, ALostConnectionLeavesItNotRunningAndTheProcessAlive) {
-    XvfbServer doomed;
+    XvfbServer doomed(XvfbServer::Numbering::keptAfterKill);
     ASSERT_TRUE(doomed.isRunning()) << doomed.error().toStdString();
     X11KeyEventSource source(doomed.displayName());
     RecordingSink sink;

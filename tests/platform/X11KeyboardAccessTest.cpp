@@ -173,7 +173,7 @@ TEST(LinuxKeyboardAccess, DeniedWithoutDisplay) {
 }
 
 TEST(LinuxKeyboardAccess, FollowsTheXServerGoingAway) {
-    XvfbServer second;
+    XvfbServer second(XvfbServer::Numbering::keptAfterKill);
     ASSERT_TRUE(second.isRunning()) << qPrintable(second.error());
     ScopedDisplay display(second.displayName());
     LinuxPermissions permissions;

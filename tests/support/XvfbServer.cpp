@@ -1,6 +1,7 @@
 #include "XvfbServer.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -29,14 +30,41 @@ bool reap(pid_t pid, int milliseconds) {
 
 } // namespace
 
-XvfbServer::XvfbServer() {
+XvfbServer::XvfbServer(Numbering numbering) {
+    if (numbering == Numbering::lowestFree) {
+        if (!launch({}) && m_error.isEmpty())
+            m_error = QStringLiteral("Xvfb did not report a display number in time (is it installed?)");
+        return;
+    }
+    // Kept numbers come from their own range, apart from unusedDisplayName()'s; the starting point
+    // differs per process so that parallel tests rarely try the same one (a taken number makes
+    // Xvfb exit at once, and the next is tried).
+    constexpr int first = 61000;
+    constexpr int count = 3000;
+    const int offset = static_cast<int>(getpid() % count);
+    for (int tried = 0; tried < 20; ++tried) {
+        const QByteArray number = QByteArray::number(first + (offset + tried) % count);
+        if (access(("/tmp/.X" + number + "-lock").constData(), F_OK) == 0 ||
+            access(("/tmp/.X11-unix/X" + number).constData(), F_OK) == 0)
+            continue;
+        if (launch(number)) {
+            m_keptLock = "/tmp/.X" + number + "-lock";
+            return;
+        }
+        if (!m_error.isEmpty()) return;
+    }
+    m_error = QStringLiteral("Xvfb could not start on a number of its own (is it installed?)");
+}
+
+bool XvfbServer::launch(const QByteArray& number) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
         m_error = QStringLiteral("pipe failed");
-        return;
+        return false;
     }
     const int devNull = open("/dev/null", O_RDWR | O_CLOEXEC);
     const QByteArray fdText = QByteArray::number(fds[1]);
+    const QByteArray display = ':' + number;
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
@@ -47,8 +75,12 @@ XvfbServer::XvfbServer() {
         dup2(devNull, 0);
         dup2(devNull, 1);
         dup2(devNull, 2);
-        execlp("Xvfb", "Xvfb", "-displayfd", fdText.constData(), "-screen", "0", "1280x800x24", "-nolisten",
-               "tcp", "-noreset", static_cast<char*>(nullptr));
+        if (number.isEmpty())
+            execlp("Xvfb", "Xvfb", "-displayfd", fdText.constData(), "-screen", "0", "1280x800x24", "-nolisten",
+                   "tcp", "-noreset", static_cast<char*>(nullptr));
+        else
+            execlp("Xvfb", "Xvfb", display.constData(), "-displayfd", fdText.constData(), "-screen", "0",
+                   "1280x800x24", "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
         _exit(127);
     }
     close(fds[1]);
@@ -56,30 +88,30 @@ XvfbServer::XvfbServer() {
     if (pid < 0) {
         close(fds[0]);
         m_error = QStringLiteral("fork failed");
-        return;
+        return false;
     }
     m_pid = pid;
 
-    QByteArray number;
+    QByteArray reported;
     const auto deadline =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(startTimeoutMilliseconds);
-    while (!number.endsWith('\n')) {
+    while (!reported.endsWith('\n')) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         pollfd fd{fds[0], POLLIN, 0};
         if (left.count() <= 0 || poll(&fd, 1, static_cast<int>(left.count())) <= 0) break;
         char buffer[16];
         const ssize_t got = read(fds[0], buffer, sizeof buffer);
-        if (got <= 0) break;
-        number.append(buffer, got);
+        if (got <= 0) break; // the server ended (a taken number) before reporting
+        reported.append(buffer, got);
     }
     close(fds[0]);
-    if (!number.endsWith('\n')) {
-        m_error = QStringLiteral("Xvfb did not report a display number in time (is it installed?)");
+    if (!reported.endsWith('\n')) {
         kill();
-        return;
+        return false;
     }
-    m_displayName = ':' + number.trimmed();
+    m_displayName = ':' + reported.trimmed();
+    return true;
 }
 
 QByteArray XvfbServer::unusedDisplayName() {
@@ -94,6 +126,7 @@ QByteArray XvfbServer::unusedDisplayName() {
 
 XvfbServer::~XvfbServer() {
     kill();
+    releaseKeptNumber();
 }
 
 void XvfbServer::kill() {
@@ -104,6 +137,23 @@ void XvfbServer::kill() {
         reap(m_pid, 3000);
     }
     m_pid = -1;
+    // The server removed its lock as it ended; a lock naming this (living) process keeps any other
+    // server off the number, so the display stays dead for as long as the test needs.
+    if (!m_keptLock.isEmpty()) {
+        const int fd = open(m_keptLock.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0444);
+        if (fd >= 0) {
+            char text[16];
+            const int length = snprintf(text, sizeof text, "%10d\n", static_cast<int>(getpid()));
+            if (write(fd, text, static_cast<size_t>(length)) != length) m_error = QStringLiteral("lock not written");
+            close(fd);
+            m_ownsLock = true;
+        }
+    }
+}
+
+void XvfbServer::releaseKeptNumber() {
+    if (m_ownsLock) unlink(m_keptLock.constData());
+    m_ownsLock = false;
 }
 
 } // namespace murmurly::testing

@@ -12,7 +12,16 @@ namespace murmurly::testing {
 // destructor.
 class XvfbServer {
 public:
-    XvfbServer();
+    enum class Numbering {
+        // The lowest free number, chosen by Xvfb; once killed, the number is free for the next server.
+        lowestFree,
+        // A number far above the ones Xvfb picks for itself, still held after kill() (by a lock file
+        // in this process's name) until destruction: for tests that need the display to stay dead
+        // while other test processes start servers of their own.
+        keptAfterKill,
+    };
+
+    explicit XvfbServer(Numbering numbering = Numbering::lowestFree);
     ~XvfbServer();
     XvfbServer(const XvfbServer&) = delete;
     XvfbServer& operator=(const XvfbServer&) = delete;
@@ -33,7 +42,13 @@ public:
     static QByteArray unusedDisplayName();
 
 private:
+    // Starts Xvfb on `number` (empty: Xvfb picks); true once it reported its display number.
+    bool launch(const QByteArray& number);
+    void releaseKeptNumber();
+
     pid_t m_pid = -1;
+    QByteArray m_keptLock;
+    bool m_ownsLock = false;
     QByteArray m_displayName;
     QString m_error;
 };
