@@ -1,9 +1,9 @@
 #include "XvfbServer.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -76,8 +76,8 @@ bool XvfbServer::launch(const QByteArray& number) {
         dup2(devNull, 1);
         dup2(devNull, 2);
         if (number.isEmpty())
-            execlp("Xvfb", "Xvfb", "-displayfd", fdText.constData(), "-screen", "0", "1280x800x24", "-nolisten",
-                   "tcp", "-noreset", static_cast<char*>(nullptr));
+            execlp("Xvfb", "Xvfb", "-displayfd", fdText.constData(), "-screen", "0", "1280x800x24",
+                   "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
         else
             execlp("Xvfb", "Xvfb", display.constData(), "-displayfd", fdText.constData(), "-screen", "0",
                    "1280x800x24", "-nolisten", "tcp", "-noreset", static_cast<char*>(nullptr));
@@ -144,7 +144,8 @@ void XvfbServer::kill() {
         if (fd >= 0) {
             char text[16];
             const int length = snprintf(text, sizeof text, "%10d\n", static_cast<int>(getpid()));
-            if (write(fd, text, static_cast<size_t>(length)) != length) m_error = QStringLiteral("lock not written");
+            if (write(fd, text, static_cast<size_t>(length)) != length)
+                m_error = QStringLiteral("lock not written");
             close(fd);
             m_ownsLock = true;
         }
