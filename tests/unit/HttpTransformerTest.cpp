@@ -1,3 +1,4 @@
+#include "ClosedTcpPort.h"
 #include "FakeLocalLanguageModel.h"
 #include "LogCapture.h"
 #include "MemoryDefaults.h"
@@ -24,7 +25,6 @@
 #include <QSslKey>
 #include <QSslServer>
 #include <QSslSocket>
-#include <QTcpServer>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -446,10 +446,9 @@ TEST_F(HttpTransformerTest, AnthropicBodyOfExactly4MiBIsReadAndOneByteMoreIsNot)
 }
 
 TEST_F(HttpTransformerTest, AnthropicUnreachableServerIsATransferFailure) {
-    QTcpServer probe; // a port that was free a moment ago and now has no listener
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-    const quint16 closedPort = probe.serverPort();
-    probe.close();
+    const murmurly::testing::ClosedTcpPort closed;
+    ASSERT_TRUE(closed.isHeld());
+    const quint16 closedPort = closed.port();
     LogCapture log;
     AnthropicTransformer transformer(network, apiKey, QStringLiteral("m"),
                                      QUrl(QStringLiteral("http://127.0.0.1:%1/v1/messages").arg(closedPort)),

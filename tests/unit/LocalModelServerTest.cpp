@@ -1,4 +1,5 @@
 #include "cleanup/LocalModelServer.h"
+#include "ClosedTcpPort.h"
 #include "LogCapture.h"
 #include "MemoryDefaults.h"
 #include "RunTask.h"
@@ -9,7 +10,6 @@
 
 #include <QHostAddress>
 #include <QNetworkAccessManager>
-#include <QTcpServer>
 
 #include <gtest/gtest.h>
 
@@ -128,10 +128,9 @@ TEST_F(LocalModelServerTest, ChosenModelThatIsNotListedMeansNoModel) {
 }
 
 TEST_F(LocalModelServerTest, NothingAnsweringNamesTheUrlInTheReason) {
-    QTcpServer probe;
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-    const QString base = QStringLiteral("http://127.0.0.1:%1/v1").arg(probe.serverPort());
-    probe.close();
+    const murmurly::testing::ClosedTcpPort closed;
+    ASSERT_TRUE(closed.isHeld());
+    const QString base = QStringLiteral("http://127.0.0.1:%1/v1").arg(closed.port());
     defaults.setString(LocalModelServer::baseURLKey, base);
     auto model = settled();
     EXPECT_EQ(model->availability(), Availability::serverUnreachable);
@@ -151,10 +150,9 @@ TEST_F(LocalModelServerTest, AnswerThatIsNotAModelListCountsAsNoServer) {
 TEST_F(LocalModelServerTest, ChangingTheBaseUrlStoresItAndChecksAgain) {
     auto model = settled();
     ASSERT_EQ(model->availability(), Availability::available);
-    QTcpServer probe;
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
-    const QString elsewhere = QStringLiteral("http://127.0.0.1:%1/v1").arg(probe.serverPort());
-    probe.close();
+    const murmurly::testing::ClosedTcpPort closed;
+    ASSERT_TRUE(closed.isHeld());
+    const QString elsewhere = QStringLiteral("http://127.0.0.1:%1/v1").arg(closed.port());
     model->setBaseURL(elsewhere);
     EXPECT_EQ(defaults.stringValue(LocalModelServer::baseURLKey), elsewhere);
     EXPECT_TRUE(waitUntil([&] { return model->availability() == Availability::serverUnreachable; }));
