@@ -60,6 +60,11 @@ struct Parser {
                                               "chosen in the settings. If that fails, the text is printed "
                                               "as recognized, with a warning.")};
 
+    QCommandLineOption autostart{
+        QStringLiteral("autostart"),
+        QStringLiteral(
+            "Start as the login does (the autostart entry passes it): no window opens, not even on "
+            "a desktop without a tray, and an instance already running is left alone.")};
     QCommandLineOption engine{
         QStringLiteral("engine"),
         QStringLiteral("With transcribe: on-device, or server to ask the transcription server set in the "
@@ -79,6 +84,7 @@ struct Parser {
         parser.addOption(language);
         parser.addOption(cleanup);
         parser.addOption(engine);
+        parser.addOption(autostart);
     }
 };
 
@@ -98,7 +104,7 @@ int runControl(const QString& method) {
     return CommandLine::exitNotRunning;
 }
 
-int runGui(int argc, char** argv) {
+int runGui(int argc, char** argv, bool autostarted) {
     // Without a display Qt would abort with a message about platform plugins instead.
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         std::fputs("murmurly: there is no display to run on (neither DISPLAY nor WAYLAND_DISPLAY is set).\n"
@@ -116,6 +122,10 @@ int runGui(int argc, char** argv) {
     QString busError;
     const SingleInstance::Role role = SingleInstance::claim(bus, DBusControl::serviceName, busError);
     if (role == SingleInstance::Role::another) {
+        if (autostarted) {
+            qCInfo(lcApp, "Murmurly is already running; nothing to start at login");
+            return CommandLine::exitSuccess;
+        }
         const ControlClient::Result result = ControlClient::call(QStringLiteral("OpenSettings"), bus);
         if (result.outcome == ControlClient::Outcome::delivered) {
             qCInfo(lcApp, "Murmurly is already running; asked it to open its settings");
@@ -132,7 +142,7 @@ int runGui(int argc, char** argv) {
 
     MurmurlyApp murmurly;
     MurmurlyShell shell(murmurly);
-    shell.show();
+    shell.show(autostarted ? MurmurlyShell::StartedBy::login : MurmurlyShell::StartedBy::user);
     std::optional<DBusControl> control;
     if (role == SingleInstance::Role::first) {
         control.emplace(murmurly.controller(), [&murmurly] { murmurly.openSettings(); });
@@ -178,6 +188,9 @@ CommandLine::Invocation CommandLine::parse(const QStringList& arguments) {
         return fail(QStringLiteral("unknown command \"%1\"").arg(positional.first()));
     if (methods.size() > 1)
         return fail(QStringLiteral("give only one of --press, --release, --toggle, --cancel and --settings"));
+    if (p.parser.isSet(p.autostart) && (transcribing || !methods.isEmpty()))
+        return fail(QStringLiteral("--autostart starts the program itself; it goes with no other option or "
+                                   "command"));
     if (!methods.isEmpty() && transcribing)
         return fail(QStringLiteral("%1 cannot be combined with the transcribe command").arg(given.first()));
     if (!transcribing &&
@@ -215,6 +228,7 @@ CommandLine::Invocation CommandLine::parse(const QStringList& arguments) {
         return invocation;
     }
     invocation.kind = Invocation::Kind::gui;
+    invocation.autostarted = p.parser.isSet(p.autostart);
     return invocation;
 }
 
@@ -304,7 +318,7 @@ int CommandLine::run(int argc, char** argv) {
     case Invocation::Kind::gui:
         break;
     }
-    return runGui(argc, argv);
+    return runGui(argc, argv, invocation.autostarted);
 }
 
 } // namespace murmurly

@@ -17,6 +17,7 @@ public:
         QString controlMethod;                 // for control: "Press", "Release", …
         TranscribeCommand::Options transcribe; // for transcribe
         QString error;                         // for usageError
+        bool autostarted = false;              // for gui: started by the login (--autostart)
     };
 
     // Exit statuses besides those of the transcribe command.

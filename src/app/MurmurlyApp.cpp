@@ -18,6 +18,8 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
                CepstralMeanStore(CepstralMeanStore::defaultFolder()))
     , m_microphone(std::make_unique<PulseCaptureDevice>())
     , m_loginItem(QCoreApplication::applicationFilePath()) {
+    if (m_loginItem.renewOutdatedEntry())
+        qCInfo(lcApp, "Renewed the autostart entry: a start at login now opens no window");
     if (m_session.session().kind == DesktopSession::Kind::wayland)
         m_permissions.setKeyboardCheck([this] { return m_session.waylandKeyboardWorks(); });
     m_controller = std::make_unique<AppController>(AppServices{

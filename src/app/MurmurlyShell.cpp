@@ -3,6 +3,7 @@
 #include "app/MenuContent.h"
 #include "app/MurmurlyApp.h"
 #include "app/TrayIcon.h"
+#include "app/TraylessNotices.h"
 #include "core/AppController.h"
 #include "core/Log.h"
 #include "settings/CleanupTab.h"
@@ -15,7 +16,9 @@
 #include "settings/VocabularyTab.h"
 
 #include <QAction>
+#include <QDBusConnection>
 #include <QMenu>
+#include <QSystemTrayIcon>
 #include <QTimer>
 
 namespace murmurly {
@@ -33,10 +36,14 @@ PermissionsTab::ServiceRow serviceRow(const SessionServices::Description& descri
 MurmurlyShell::MurmurlyShell(MurmurlyApp& app, QObject* parent)
     : QObject(parent)
     , m_app(app)
-    , m_focusReturn(app.clock()) {
+    , m_focusReturn(app.clock())
+    , m_notifications(QDBusConnection::sessionBus()) {
     AppController& controller = app.controller();
     m_menu = std::make_unique<MenuContent>(controller, controller.usage(), controller.cleanupSettings());
     m_tray = std::make_unique<TrayIcon>(controller, m_menu->menu());
+    m_notices = std::make_unique<TraylessNotices>(controller, m_notifications,
+                                                  [] { return QSystemTrayIcon::isSystemTrayAvailable(); });
+    m_notifications.onActivated = [this] { openSettings(); };
     connect(m_menu.get(), &MenuContent::settingsRequested, this, &MurmurlyShell::openSettings);
     connect(&app, &MurmurlyApp::settingsRequested, this, &MurmurlyShell::openSettings);
 }
@@ -46,12 +53,16 @@ MurmurlyShell::~MurmurlyShell() {
     m_window.reset();
 }
 
-void MurmurlyShell::show() {
+void MurmurlyShell::show(StartedBy startedBy) {
     m_tray->show();
-    if (TrayIcon::shouldOpenSettingsAtStart()) {
-        qCInfo(lcApp, "No system tray on this desktop: opening the settings window");
-        openSettings();
+    m_notices->programStarted();
+    if (!TrayIcon::shouldOpenSettingsAtStart()) return;
+    if (startedBy == StartedBy::login) {
+        qCInfo(lcApp, "No system tray on this desktop; started at login, so no window opens");
+        return;
     }
+    qCInfo(lcApp, "No system tray on this desktop: opening the settings window");
+    openSettings();
 }
 
 void MurmurlyShell::openSettings() {
@@ -61,7 +72,8 @@ void MurmurlyShell::openSettings() {
             return SettingsPage{SettingsTabs::title(tab), SettingsTabs::icon(tab), widget};
         };
         m_window = std::make_unique<SettingsWindow>(QList<SettingsPage>{
-            page(SettingsTab::general, new GeneralTab(controller, m_keyTranslator, m_inputName)),
+            page(SettingsTab::general,
+                 m_generalTab = new GeneralTab(controller, m_keyTranslator, m_inputName)),
             page(SettingsTab::cleanup, new CleanupTab(controller, m_app.localModel())),
             page(SettingsTab::vocabulary, new VocabularyTab(controller, m_dialogs)),
             page(SettingsTab::history, new HistoryTab(controller, m_dialogs, m_focusReturn)),
@@ -79,6 +91,8 @@ void MurmurlyShell::openSettings() {
             QTimer::singleShot(focusSettleDelay, this, [this] { m_focusReturn.rememberFocusedWindow(); });
         });
     }
+    // A panel may have come (or gone) since the window was last shown.
+    m_generalTab->setNoTrayNoteShown(TrayIcon::shouldOpenSettingsAtStart());
     // Noted before the window takes the focus; the program's own windows are never noted.
     m_focusReturn.rememberFocusedWindow();
     m_window->showAndRaise();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/FreedesktopNotifications.h"
 #include "platform/linux/PulseInputDeviceName.h"
 #include "platform/linux/X11FocusReturn.h"
 #include "platform/linux/X11KeyEventTranslator.h"
@@ -11,13 +12,16 @@
 
 namespace murmurly {
 
+class GeneralTab;
 class MenuContent;
 class MurmurlyApp;
 class SettingsWindow;
 class TrayIcon;
+class TraylessNotices;
 
-// What the user sees of the running program: the tray icon with its menu, and the settings window,
-// built the first time it is asked for and kept from then on. Main thread only.
+// What the user sees of the running program: the tray icon with its menu, the settings window,
+// built the first time it is asked for and kept from then on, and on a desktop without a tray the
+// notifications that stand in for the menu. Main thread only.
 class MurmurlyShell : public QObject {
     Q_OBJECT
 
@@ -25,9 +29,12 @@ public:
     explicit MurmurlyShell(MurmurlyApp& app, QObject* parent = nullptr);
     ~MurmurlyShell() override;
 
-    // Shows the tray icon; on a desktop without a tray, opens the settings window instead so the
-    // program is never left without a surface.
-    void show();
+    enum class StartedBy { user, login };
+
+    // Shows the tray icon. On a desktop without a tray, a start by the user opens the settings
+    // window instead, so the program is never left without a surface; a start by the login opens
+    // nothing (the first-start notification says the program runs).
+    void show(StartedBy startedBy = StartedBy::user);
 
     // Opens the settings window (building it on first use), raises it and gives it the focus.
     void openSettings();
@@ -42,9 +49,12 @@ private:
     // The window the user worked in before the settings window, for the History tab's
     // "Re-insert".
     X11FocusReturn m_focusReturn;
+    FreedesktopNotifications m_notifications;
     std::unique_ptr<MenuContent> m_menu;
     std::unique_ptr<TrayIcon> m_tray;
+    std::unique_ptr<TraylessNotices> m_notices;
     std::unique_ptr<SettingsWindow> m_window;
+    GeneralTab* m_generalTab = nullptr; // owned by the window
 };
 
 } // namespace murmurly

@@ -93,6 +93,10 @@ GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& tran
     QFormLayout* startup = addSection(QStringLiteral("Startup"));
     m_launchAtLogin = new QCheckBox(QStringLiteral("Launch Murmurly at login"), this);
     startup->addRow(m_launchAtLogin);
+    m_noTrayNote = helpLabel(noTrayNote, this);
+    m_noTrayNote->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_noTrayNote->setVisible(false);
+    startup->addRow(m_noTrayNote);
 
     // Microphone
     QFormLayout* microphone = addSection(QStringLiteral("Microphone"));
@@ -136,6 +140,10 @@ GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& tran
     updateSwitches();
     updateLaunchAtLogin();
     refreshCurrentInput();
+}
+
+void GeneralTab::setNoTrayNoteShown(bool shown) {
+    m_noTrayNote->setVisible(shown);
 }
 
 QFormLayout* GeneralTab::addSection(const QString& title) {

@@ -29,6 +29,9 @@ public:
         "Off by default. Choose a provider and configure it in the Cleanup tab. Any failure falls back to "
         "inserting the raw transcript.");
     static inline const QString noMicrophone = QStringLiteral("No microphone");
+    static inline const QString noTrayNote = QStringLiteral(
+        "This desktop shows no tray icon, so Murmurly tells you what its menu would through notifications. "
+        "To open these settings, run murmurly --settings or start Murmurly again.");
 
     GeneralTab(AppController& controller, const KeyEventTranslator& translator, InputDeviceName& inputName,
                QWidget* parent = nullptr);
@@ -42,8 +45,12 @@ public:
     QLabel* languageHelpLabel() const { return m_languageHelp; }
     QCheckBox* cleanupBox() const { return m_cleanup; }
     QCheckBox* launchAtLoginBox() const { return m_launchAtLogin; }
+    QLabel* noTrayNoteLabel() const { return m_noTrayNote; }
     QLabel* currentInputLabel() const { return m_currentInput; }
     SpeechEngineSection* speechEngineSection() const { return m_speechEngine; }
+
+    // Shows, under the startup switch, how to reach the settings on a desktop without a tray.
+    void setNoTrayNoteShown(bool shown);
 
     // Reads the current input again (also done each time the tab is shown).
     void refreshCurrentInput();
@@ -74,6 +81,7 @@ private:
     QLabel* m_languageHelp = nullptr;
     QCheckBox* m_cleanup = nullptr;
     QCheckBox* m_launchAtLogin = nullptr;
+    QLabel* m_noTrayNote = nullptr;
     QLabel* m_currentInput = nullptr;
     SpeechEngineSection* m_speechEngine = nullptr;
 };

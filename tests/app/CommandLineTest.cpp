@@ -16,6 +16,13 @@ CommandLine::Invocation parse(QStringList arguments) {
 
 TEST(CommandLine, WithoutArgumentsTheTrayProgramRuns) {
     EXPECT_EQ(parse({}).kind, Kind::gui);
+    EXPECT_FALSE(parse({}).autostarted);
+}
+
+TEST(CommandLine, AutostartRunsTheTrayProgramAsStartedByTheLogin) {
+    const CommandLine::Invocation invocation = parse({QStringLiteral("--autostart")});
+    EXPECT_EQ(invocation.kind, Kind::gui);
+    EXPECT_TRUE(invocation.autostarted);
 }
 
 TEST(CommandLine, EachControlOptionCallsItsMethod) {
@@ -87,6 +94,10 @@ TEST(CommandLine, MistakesAreUsageErrorsThatSayWhatIsWrong) {
           QStringLiteral(" ")},
          QStringLiteral("--language needs a language identifier, like en-US")},
         {{QStringLiteral("--bogus")}, QStringLiteral("Unknown option 'bogus'.")},
+        {{QStringLiteral("--autostart"), QStringLiteral("--press")},
+         QStringLiteral("--autostart starts the program itself; it goes with no other option or command")},
+        {{QStringLiteral("--autostart"), QStringLiteral("transcribe"), QStringLiteral("a.wav")},
+         QStringLiteral("--autostart starts the program itself; it goes with no other option or command")},
         {{QStringLiteral("transcribe"), QStringLiteral("a.wav"), QStringLiteral("--language")},
          QStringLiteral("Missing value after '--language'.")},
     };
@@ -108,12 +119,26 @@ TEST(CommandLine, HelpAndVersionWinOverEverythingElse) {
 
 TEST(CommandLine, HelpExplainsEveryOptionTheCommandAndWayland) {
     const QString help = CommandLine::helpText();
-    for (const char* text :
-         {"Usage: murmurly [OPTION]",
-          "murmurly transcribe FILE [--language ID] [--engine ENGINE] [--cleanup]", "push-to-talk", "--press",
-          "--release", "--toggle", "--cancel", "--settings", "--language <ID>", "--cleanup",
-          "--engine <ENGINE>", "-h, --help", "-v, --version", "transcribe FILE", "Wayland",
-          "`murmurly --press`", "`murmurly --release`", "com.qv.Murmurly", "Exit status:"})
+    for (const char* text : {"Usage: murmurly [OPTION]",
+                             "murmurly transcribe FILE [--language ID] [--engine ENGINE] [--cleanup]",
+                             "push-to-talk",
+                             "--press",
+                             "--release",
+                             "--toggle",
+                             "--cancel",
+                             "--settings",
+                             "--language <ID>",
+                             "--cleanup",
+                             "--engine <ENGINE>",
+                             "--autostart",
+                             "-h, --help",
+                             "-v, --version",
+                             "transcribe FILE",
+                             "Wayland",
+                             "`murmurly --press`",
+                             "`murmurly --release`",
+                             "com.qv.Murmurly",
+                             "Exit status:"})
         EXPECT_TRUE(help.contains(QString::fromUtf8(text))) << text << "\n" << help.toStdString();
     // No line wider than a terminal.
     for (const QString& line : help.split(QLatin1Char('\n')))

@@ -53,6 +53,13 @@ std::optional<QMap<QString, QString>> readDesktopEntry(const QString& path) {
     return keys;
 }
 
+// An Exec value of the entry without its last argument, the option that marks a start by the login.
+QString programPartOf(const QString& exec) {
+    const QString option = QStringLiteral(" --autostart");
+    EXPECT_TRUE(exec.endsWith(option)) << qPrintable(exec);
+    return exec.endsWith(option) ? exec.chopped(option.size()) : exec;
+}
+
 // The program an Exec value of one argument starts: string escapes undone first, then the quoting,
 // then the doubled percent signs, the order the desktop-entry format prescribes.
 std::optional<QString> programOfExec(const QString& value) {
@@ -152,7 +159,7 @@ TEST(XdgAutostartLoginItem, RegisterWritesAnEntryThatStartsTheProgram) {
         {QStringLiteral("Type"), QStringLiteral("Application")},
         {QStringLiteral("Name"), QStringLiteral("Murmurly")},
         {QStringLiteral("Comment"), QStringLiteral("Push-to-talk dictation")},
-        {QStringLiteral("Exec"), QStringLiteral("/opt/murmurly/bin/murmurly")},
+        {QStringLiteral("Exec"), QStringLiteral("/opt/murmurly/bin/murmurly --autostart")},
         {QStringLiteral("Icon"), QStringLiteral("murmurly")},
         {QStringLiteral("Terminal"), QStringLiteral("false")},
         {QStringLiteral("X-GNOME-Autostart-enabled"), QStringLiteral("true")},
@@ -170,8 +177,9 @@ TEST(XdgAutostartLoginItem, RegisterQuotesAProgramPathWithASpace) {
 
     const auto keys = readDesktopEntry(XdgAutostartLoginItem::autostartFilePath());
     ASSERT_TRUE(keys.has_value());
-    EXPECT_EQ(keys->value(QStringLiteral("Exec")), QLatin1Char('"') + program + QLatin1Char('"'));
-    EXPECT_EQ(programOfExec(keys->value(QStringLiteral("Exec"))), program);
+    EXPECT_EQ(keys->value(QStringLiteral("Exec")),
+              QLatin1Char('"') + program + QLatin1Char('"') + QStringLiteral(" --autostart"));
+    EXPECT_EQ(programOfExec(programPartOf(keys->value(QStringLiteral("Exec")))), program);
 }
 
 TEST(XdgAutostartLoginItem, ExecValueEscapesWhatTheFormatReserves) {
@@ -204,7 +212,7 @@ TEST(XdgAutostartLoginItem, RelativeProgramPathIsMadeAbsolute) {
     const auto keys = readDesktopEntry(XdgAutostartLoginItem::autostartFilePath());
     ASSERT_TRUE(keys.has_value());
     const QString exec = keys->value(QStringLiteral("Exec"));
-    EXPECT_EQ(programOfExec(exec), QDir::currentPath() + QStringLiteral("/bin/murmurly"));
+    EXPECT_EQ(programOfExec(programPartOf(exec)), QDir::currentPath() + QStringLiteral("/bin/murmurly"));
 }
 
 TEST(XdgAutostartLoginItem, EnabledAfterRegisterAndNotAfterUnregister) {
@@ -375,4 +383,30 @@ TEST(XdgAutostartLoginItem, FolderInPlaceOfTheEntryCannotBeReplacedOrRemoved) {
     EXPECT_EQ(item.unregisterItem(), QStringLiteral("Could not remove %1: %2.")
                                          .arg(path, QString::fromLocal8Bit(std::strerror(ENOTEMPTY))));
     EXPECT_TRUE(QFileInfo(path).isDir());
+}
+
+TEST(XdgAutostartLoginItem, AnEntryOfAnEarlierVersionIsRenewedWithTheAutostartOption) {
+    TemporaryHome home;
+    XdgAutostartLoginItem item(QStringLiteral("/usr/bin/murmurly"));
+    const QString path = XdgAutostartLoginItem::autostartFilePath();
+    const QByteArray old = "[Desktop Entry]\nType=Application\nName=Murmurly\nExec=/usr/bin/murmurly\n";
+    writeFile(path, old);
+    EXPECT_TRUE(item.renewOutdatedEntry());
+    EXPECT_EQ(readDesktopEntry(path)->value(QStringLiteral("Exec")),
+              QStringLiteral("/usr/bin/murmurly --autostart"));
+    EXPECT_TRUE(item.isEnabled());
+    // Renewed once: the next start leaves it alone.
+    EXPECT_FALSE(item.renewOutdatedEntry());
+
+    // Switched off, or edited by the user, or for another program: left as it is.
+    for (const QByteArray& kept :
+         {old + "Hidden=true\n",
+          QByteArray("[Desktop Entry]\nType=Application\nExec=env LANG=C /usr/bin/murmurly\n"),
+          QByteArray("[Desktop Entry]\nType=Application\nExec=/opt/other/murmurly\n")}) {
+        writeFile(path, kept);
+        EXPECT_FALSE(item.renewOutdatedEntry()) << kept.constData();
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), kept);
+    }
 }

@@ -32,11 +32,11 @@ ProgramRun runMurmurly(const QStringList& arguments, const QProcessEnvironment& 
     return run;
 }
 
-RunningMurmurly::RunningMurmurly(const QProcessEnvironment& environment) {
+RunningMurmurly::RunningMurmurly(const QProcessEnvironment& environment, const QStringList& arguments) {
     m_process.setProcessEnvironment(environment);
     QObject::connect(&m_process, &QProcess::readyReadStandardError,
                      [this] { m_log += QString::fromUtf8(m_process.readAllStandardError()); });
-    m_process.start(QStringLiteral(MURMURLY_EXECUTABLE), {});
+    m_process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
 }
 
 RunningMurmurly::~RunningMurmurly() {

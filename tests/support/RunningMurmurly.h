@@ -30,7 +30,8 @@ ProgramRun runMurmurly(const QStringList& arguments, const QProcessEnvironment& 
 // destructor. Its log (standard error) is collected as it comes, while the caller's event loop runs.
 class RunningMurmurly {
 public:
-    explicit RunningMurmurly(const QProcessEnvironment& environment = murmurlyEnvironment());
+    explicit RunningMurmurly(const QProcessEnvironment& environment = murmurlyEnvironment(),
+                             const QStringList& arguments = {});
     ~RunningMurmurly();
     RunningMurmurly(const RunningMurmurly&) = delete;
     RunningMurmurly& operator=(const RunningMurmurly&) = delete;

@@ -14,6 +14,7 @@
 #include <QGroupBox>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QTest>
 
 #include <X11/XF86keysym.h>
@@ -447,4 +448,26 @@ TEST(GeneralTab, LaunchAtLoginFollowsTheDesktopAlsoAfterAFailure) {
     EXPECT_EQ(harness.loginItem.registrations, 2);
     EXPECT_FALSE(box->isChecked());
     EXPECT_EQ(f.controller.lastErrorText(), QStringLiteral("Launch at login: autostart folder is read-only"));
+}
+
+TEST(GeneralTab, OnADesktopWithoutATraySaysHowToReachTheSettings) {
+    ControllerHarness harness;
+    SettingsFixture f(harness);
+    f.showAtMinimumSize(SettingsTab::general);
+    EXPECT_FALSE(visibleLabelTexts(f.general).contains(GeneralTab::noTrayNote));
+    f.general->setNoTrayNoteShown(true);
+    f.settleLayout();
+    EXPECT_TRUE(visibleLabelTexts(f.general).contains(GeneralTab::noTrayNote));
+    EXPECT_TRUE(GeneralTab::noTrayNote.contains(QStringLiteral("murmurly --settings")));
+    // The whole note is readable: it wraps within the window instead of being cut off.
+    EXPECT_GE(f.general->noTrayNoteLabel()->height(),
+              f.general->noTrayNoteLabel()->heightForWidth(f.general->noTrayNoteLabel()->width()));
+    // The page scrolls within the window; shown where the note is.
+    auto* scroller = qobject_cast<QScrollArea*>(f.general->parentWidget()->parentWidget());
+    ASSERT_NE(scroller, nullptr);
+    scroller->ensureWidgetVisible(f.general->noTrayNoteLabel());
+    f.settleLayout();
+    saveScreenshot(f.window.get(), QStringLiteral("settings-general-no-tray"));
+    f.general->setNoTrayNoteShown(false);
+    EXPECT_FALSE(visibleLabelTexts(f.general).contains(GeneralTab::noTrayNote));
 }

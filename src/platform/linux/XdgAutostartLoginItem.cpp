@@ -75,19 +75,17 @@ QString XdgAutostartLoginItem::execValue(const QString& executablePath) {
     return value;
 }
 
-bool XdgAutostartLoginItem::isEnabled() const {
+XdgAutostartLoginItem::Entry XdgAutostartLoginItem::readEntry() {
+    Entry entry;
     QFile file(autostartFilePath());
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) return false;
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) return entry;
     bool inEntry = false;
-    bool sawEntry = false;
-    bool hidden = false;
-    bool autostartOff = false;
     while (!file.atEnd()) {
         const QString line = QString::fromUtf8(file.readLine()).trimmed();
         if (line.isEmpty() || line.startsWith(QLatin1Char('#'))) continue;
         if (line.startsWith(QLatin1Char('[')) && line.endsWith(QLatin1Char(']'))) {
             inEntry = line.mid(1, line.size() - 2) == desktopEntryGroup;
-            sawEntry = sawEntry || inEntry;
+            entry.found = entry.found || inEntry;
             continue;
         }
         if (!inEntry) continue;
@@ -96,10 +94,28 @@ bool XdgAutostartLoginItem::isEnabled() const {
         const QString key = line.left(equals).trimmed();
         const QString value = line.mid(equals + 1).trimmed();
         // Both keys are how desktops record a user's "don't start this" without deleting the file.
-        if (key == QLatin1String("Hidden")) hidden = value == QLatin1String("true");
-        if (key == QLatin1String("X-GNOME-Autostart-enabled")) autostartOff = value == QLatin1String("false");
+        if (key == QLatin1String("Hidden")) entry.hidden = value == QLatin1String("true");
+        if (key == QLatin1String("X-GNOME-Autostart-enabled"))
+            entry.switchedOff = value == QLatin1String("false");
+        if (key == QLatin1String("Exec")) entry.exec = value;
     }
-    return sawEntry && !hidden && !autostartOff;
+    return entry;
+}
+
+bool XdgAutostartLoginItem::isEnabled() const {
+    const Entry entry = readEntry();
+    return entry.found && !entry.hidden && !entry.switchedOff;
+}
+
+bool XdgAutostartLoginItem::renewOutdatedEntry() {
+    // Only an entry exactly as an earlier version wrote it: one the user edited is theirs.
+    if (m_executablePath.isEmpty() || !isEnabled() || readEntry().exec != execValue(m_executablePath))
+        return false;
+    if (const std::optional<QString> failure = registerItem()) {
+        qCWarning(lcApp, "Could not renew the autostart entry: %s", qUtf8Printable(*failure));
+        return false;
+    }
+    return true;
 }
 
 std::optional<QString> XdgAutostartLoginItem::registerItem() {
@@ -121,7 +137,7 @@ std::optional<QString> XdgAutostartLoginItem::registerItem() {
                                            "Icon=murmurly\n"
                                            "Terminal=false\n"
                                            "X-GNOME-Autostart-enabled=true\n")
-                                .arg(execValue(m_executablePath));
+                                .arg(execValue(m_executablePath) + QLatin1Char(' ') + autostartOption);
     // Written beside the target and renamed over it: a session starting meanwhile never reads
     // half an entry.
     QSaveFile file(path);

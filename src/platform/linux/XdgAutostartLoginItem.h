@@ -14,6 +14,9 @@ public:
     // `executablePath` is what the desktop starts; a relative path is made absolute.
     explicit XdgAutostartLoginItem(QString executablePath);
 
+    // Passed on the Exec line, so that a start by the login is told from a start by the user.
+    static inline const QString autostartOption = QStringLiteral("--autostart");
+
     // $XDG_CONFIG_HOME/autostart/murmurly.desktop, with ~/.config when XDG_CONFIG_HOME is unset,
     // empty or relative (the base directory rules ignore relative paths).
     static QString autostartFilePath();
@@ -22,11 +25,24 @@ public:
     // character the desktop-entry format reserves, with field-code and string escapes applied.
     static QString execValue(const QString& executablePath);
 
+    // An enabled entry written by an earlier version, without the option above, is written again
+    // with it (so that the login stops opening the settings window on a desktop without a tray).
+    // True when it was renewed.
+    bool renewOutdatedEntry();
+
     bool isEnabled() const override;
     std::optional<QString> registerItem() override;
     std::optional<QString> unregisterItem() override;
 
 private:
+    struct Entry {
+        bool found = false; // a [Desktop Entry] group
+        bool hidden = false;
+        bool switchedOff = false;
+        QString exec; // as written
+    };
+    static Entry readEntry();
+
     QString m_executablePath;
 };
 
