@@ -2,6 +2,7 @@
 // completions, and the key sits in the desktop's keyring (a private gnome-keyring here).
 #include "MurmurlyDesktop.h"
 
+#include "PrivateNotificationServer.h"
 #include "StandInHttpServer.h"
 #include "WaitUntil.h"
 #include "app/MenuContent.h"
@@ -122,4 +123,45 @@ TEST_F(CleanupTest, WhenTheProviderFailsTheRawTranscriptIsInserted) {
                       .toInteger(),
                   0);
     }
+}
+
+TEST_F(CleanupTest, WithoutATrayEachFailedCleanupIsOneNotificationReplacingTheLast) {
+    server.setJsonResponse(500, R"({"error":{"message":"internal error","type":"server_error"}})");
+    PrivateNotificationServer notifications(keyring->busAddress());
+    ASSERT_TRUE(notifications.isRunning()) << qPrintable(notifications.error());
+    setPreference(QStringLiteral("didShowRunningNotice"), true); // not the first start
+    startProgram();
+    // Murmurly's notices other than the one shown while recording.
+    const auto messages = [&] {
+        QList<PrivateNotificationServer::Shown> found;
+        for (const auto& shown : notifications.shown())
+            if (shown.appName == QStringLiteral("Murmurly") &&
+                shown.body != QStringLiteral("Recording\u2026"))
+                found << shown;
+        return found;
+    };
+    for (int failures = 1; failures <= 2; ++failures) {
+        const QString before = window.text();
+        dictateHolding(sentence("sense_and_sensibility_01_austen_64kb-0890"));
+        ASSERT_TRUE(waitUntil([&] { return window.text() != before; }, insertionWait))
+            << program->log().toStdString();
+        ASSERT_TRUE(waitForState(QStringLiteral("idle")));
+        ASSERT_TRUE(waitUntil([&] { return messages().size() >= failures; })) << program->log().toStdString();
+    }
+    // Whatever else the program sent with them has reached the server before this.
+    ASSERT_TRUE(notifications.notifyAsAnotherProgram(QStringLiteral("marker")).has_value());
+    ASSERT_TRUE(waitUntil([&] {
+        for (const auto& shown : notifications.shown())
+            if (shown.body == QStringLiteral("marker")) return true;
+        return false;
+    }));
+    const QList<PrivateNotificationServer::Shown> shown = messages();
+    ASSERT_EQ(shown.size(), 2);
+    const QString menuLine =
+        MenuContent::errorLine(property(QStringLiteral("LastError")).value_or(QString()));
+    EXPECT_EQ(menuLine, QStringLiteral("\u26A0\uFE0E Cleanup failed \u2014 inserted the raw transcript."));
+    EXPECT_EQ(shown[0].body, menuLine);
+    EXPECT_EQ(shown[1].body, menuLine);
+    // The second took the first one's place.
+    EXPECT_EQ(shown[1].id, shown[0].id);
 }

@@ -8,6 +8,7 @@
 #include <QDBusMessage>
 #include <QDBusReply>
 #include <QDBusVariant>
+#include <QDir>
 #include <QFile>
 
 #include <algorithm>
@@ -29,13 +30,34 @@ PrivateNotificationServer::PrivateNotificationServer(const QString& busAddress)
         m_error = QStringLiteral("no temporary folder or no bus");
         return;
     }
+    m_records = m_dir.filePath(QStringLiteral("shown"));
+    QDir().mkpath(m_records);
+    const QString script = m_dir.filePath(QStringLiteral("record.sh"));
+    QFile recorder(script);
+    // dunst runs this for every notification it shows: one file each, named by the time it ran,
+    // renamed into place once whole.
+    if (!recorder.open(QIODevice::WriteOnly) ||
+        recorder.write(
+            "#!/bin/sh\n"
+            "f=\"" +
+            QFile::encodeName(m_records) +
+            "/$(date +%s%N)-$$\"\n"
+            "printf '%s\\n%s\\n%s' \"$DUNST_ID\" \"$DUNST_APP_NAME\" \"$DUNST_BODY\" > \"$f.part\"\n"
+            "mv \"$f.part\" \"$f\"\n") < 0 ||
+        !recorder.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)) {
+        m_error = QStringLiteral("cannot write the recording script");
+        return;
+    }
+    recorder.close();
     const QString config = m_dir.filePath(QStringLiteral("dunstrc"));
     QFile file(config);
     if (!file.open(QIODevice::WriteOnly) ||
         file.write("[global]\n    markup = no\n    history_length = 100\n"
                    // Nothing expires on its own: what a test sees on screen is what was sent.
                    "[urgency_low]\n    timeout = 0\n[urgency_normal]\n    timeout = 0\n"
-                   "[urgency_critical]\n    timeout = 0\n") < 0) {
+                   "[urgency_critical]\n    timeout = 0\n"
+                   "[record]\n    appname = \"*\"\n    script = " +
+                   QFile::encodeName(script) + "\n") < 0) {
         m_error = QStringLiteral("cannot write the dunst configuration");
         return;
     }
@@ -120,6 +142,21 @@ std::optional<uint> PrivateNotificationServer::notifyAsAnotherProgram(const QStr
     const QDBusReply<uint> reply = m_bus.call(call, QDBus::Block, callLimitMilliseconds);
     if (!reply.isValid()) return std::nullopt;
     return reply.value();
+}
+
+QList<PrivateNotificationServer::Shown> PrivateNotificationServer::shown() const {
+    QList<Shown> all;
+    const QDir records(m_records);
+    // Names start with the time in nanoseconds, all of the same width for years to come.
+    for (const QString& name : records.entryList(QDir::Files, QDir::Name)) {
+        QFile file(records.filePath(name));
+        if (name.endsWith(QStringLiteral(".part")) || !file.open(QIODevice::ReadOnly)) continue;
+        const QString text = QString::fromUtf8(file.readAll());
+        const QStringList parts = text.split(QLatin1Char('\n'));
+        if (parts.size() < 3) continue;
+        all << Shown{parts[0].toUInt(), parts[1], parts.mid(2).join(QLatin1Char('\n'))};
+    }
+    return all;
 }
 
 } // namespace murmurly::testing

@@ -38,8 +38,19 @@ public:
     // been taken in.
     std::optional<uint> notifyAsAnotherProgram(const QString& body);
 
+    // Every notification the server has put on screen, a replacement counting again, in the order
+    // the server's script for each ran (which follows the order shown, except for notifications
+    // shown within the same instant).
+    struct Shown {
+        uint id = 0;
+        QString appName;
+        QString body;
+    };
+    QList<Shown> shown() const;
+
 private:
     QTemporaryDir m_dir;
+    QString m_records; // one file per notification shown
     QProcess m_server;
     QDBusConnection m_bus;
     QString m_error;
