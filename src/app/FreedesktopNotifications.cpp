@@ -99,7 +99,8 @@ void FreedesktopNotifications::send(Slot slot, Notice notice) {
     QStringList actions;
     if (message && m_actions) actions << defaultActionKey << QStringLiteral("Open Settings");
     QVariantMap hints;
-    hints.insert(QStringLiteral("urgency"), QVariant::fromValue<uchar>(message ? 1 : 0));
+    // Normal urgency for both: GNOME shows low-urgency notices only in its list, not on screen.
+    hints.insert(QStringLiteral("urgency"), QVariant::fromValue<uchar>(1));
     hints.insert(QStringLiteral("desktop-entry"), QStringLiteral("murmurly"));
     if (!message) hints.insert(QStringLiteral("transient"), true);
     // Messages expire as the desktop sees fit; the recording notice stays until withdrawn.
@@ -120,6 +121,7 @@ void FreedesktopNotifications::send(Slot slot, Notice notice) {
                     warnOnce(reply.error().message());
                 } else {
                     answered.id = reply.value();
+                    if (slot == Slot::message) m_lastMessageId = answered.id;
                     if (delivered) delivered();
                     if (!answered.wanted) {
                         close(answered.id);
@@ -137,7 +139,7 @@ void FreedesktopNotifications::close(uint id) {
 }
 
 void FreedesktopNotifications::actionInvoked(uint id, const QString& actionKey) {
-    if (id == 0 || id != m_slots.at(index(Slot::message)).id) return;
+    if (id == 0 || id != m_lastMessageId) return;
     if (actionKey == defaultActionKey && onActivated) onActivated();
 }
 

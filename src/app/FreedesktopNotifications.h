@@ -8,8 +8,6 @@
 #include <array>
 #include <optional>
 
-class QDBusPendingCallWatcher;
-
 namespace murmurly {
 
 // Notifications through the desktop's notification server (org.freedesktop.Notifications on the
@@ -65,6 +63,8 @@ private:
 
     QDBusConnection m_bus;
     std::array<SlotState, 2> m_slots;
+    // The message last shown, kept after it closes: some servers tell of the click after the close.
+    uint m_lastMessageId = 0;
     Capabilities m_capabilities = Capabilities::unknown;
     bool m_markup = false;  // the server reads the body as markup
     bool m_actions = false; // the server shows actions

@@ -14,8 +14,8 @@ public:
         // What the menu would say: the first-start notice, a new problem, a failed model. It
         // carries an action that opens the settings where the desktop supports actions.
         message,
-        // Shown while a recording runs and withdrawn when it ends: quiet, never kept in the
-        // desktop's history.
+        // Shown while a recording runs and withdrawn when it ends; transient, so that desktops
+        // keep no record of it.
         recording,
     };
 
