@@ -11,7 +11,8 @@ namespace murmurly {
 MurmurlyApp::MurmurlyApp(QObject* parent)
     : QObject(parent)
     , m_localModel(m_defaults, m_network)
-    , m_session(DesktopSession::detect(), m_defaults)
+    , m_session(DesktopSession::detect(), m_defaults,
+                [this](const QString& appId) { return m_activeApplication.applicationFor(appId, appId); })
     // The running program keeps what the recognizer learns of the voice and microphone between
     // runs, so that the first dictation after start is recognized as well as the later ones.
     , m_speech(PocketsphinxBackend::defaultModelRoots(), {},
@@ -27,7 +28,8 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
         .clock = m_clock,
         .keyEvents = m_session.keyEvents(),
         .keyState = m_keyState,
-        .activeApplication = m_activeApplication,
+        .activeApplication =
+            m_session.activeApplication() ? *m_session.activeApplication() : m_activeApplication,
         .clipboard = m_session.clipboard(),
         .pasteKeys = m_session.pasteKeys(),
         .speech = m_speech,

@@ -52,9 +52,10 @@ private:
     QNetworkAccessManager m_network;
     LibsecretStore m_secrets;
     LocalModelServer m_localModel;
+    // The focused X window's application; also names a Wayland app id by its desktop entry.
+    X11ActiveApplication m_activeApplication;
     SessionServices m_session; // the trigger, the clipboard and the paste chord of this session
     X11KeyState m_keyState;
-    X11ActiveApplication m_activeApplication;
     PocketsphinxBackend m_speech;
     std::unique_ptr<PulseCaptureDevice> m_microphone; // handed to the controller, which owns it
     XdgAutostartLoginItem m_loginItem;

@@ -7,10 +7,12 @@
 #include "platform/wayland/CompositorBindingKeySource.h"
 #include "platform/wayland/DataControlClipboard.h"
 #include "platform/wayland/VirtualKeyboardPasteKeys.h"
+#include "platform/wayland/WaylandActiveApplication.h"
 
 namespace murmurly {
 
-SessionServices::SessionServices(const DesktopSession& session, const Defaults& defaults)
+SessionServices::SessionServices(const DesktopSession& session, const Defaults& defaults,
+                                 std::function<FocusedApplication(const QString& appId)> naming)
     : m_session(session) {
     if (session.kind == DesktopSession::Kind::x11) {
         m_keyEvents = std::make_unique<X11KeyEventSource>(QByteArray(), &m_ownKeyEvents);
@@ -32,10 +34,22 @@ SessionServices::SessionServices(const DesktopSession& session, const Defaults& 
             m_clipboard = std::make_unique<QtClipboard>();
         }
 
+        if (session.offers(WaylandActiveApplication::protocol)) {
+            auto windows =
+                std::make_unique<WaylandActiveApplication>(session.waylandDisplay, std::move(naming));
+            if (windows->isAvailable()) m_waylandApplication = std::move(windows);
+        }
+
         auto keyboard = session.offersVirtualKeyboard()
                             ? std::make_unique<VirtualKeyboardPasteKeys>(session.waylandDisplay)
                             : nullptr;
         if (keyboard && keyboard->isAvailable()) {
+            // Terminals take Ctrl+Shift+V, known by the focused window's app id.
+            keyboard->setTerminalCheck([this, &defaults] {
+                const std::optional<QString> appId =
+                    m_waylandApplication ? m_waylandApplication->focusedAppId() : std::nullopt;
+                return appId && XTestPasteKeys::isTerminalName(defaults, *appId);
+            });
             m_pasteChord = PasteChord::virtualKeyboard;
             m_virtualKeyboardWorks = true;
             m_pasteKeys = std::move(keyboard);
@@ -48,6 +62,10 @@ SessionServices::SessionServices(const DesktopSession& session, const Defaults& 
 }
 
 SessionServices::~SessionServices() = default;
+
+ActiveApplication* SessionServices::activeApplication() {
+    return m_waylandApplication.get();
+}
 
 bool SessionServices::waylandKeyboardWorks() const {
     return m_virtualKeyboardWorks || !m_session.x11Display.isEmpty();
@@ -70,6 +88,9 @@ QString SessionServices::summary() const {
     line += m_pasteChord == PasteChord::virtualKeyboard
                 ? QStringLiteral("; paste chord through zwp_virtual_keyboard_v1")
                 : QStringLiteral("; paste chord through XTest on XWayland (no virtual keyboard)");
+    line += m_waylandApplication ? QStringLiteral("; focused application through %1")
+                                       .arg(QString::fromLatin1(WaylandActiveApplication::protocol))
+                                 : QStringLiteral("; focused application through XWayland only");
     return line;
 }
 

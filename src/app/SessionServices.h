@@ -1,16 +1,20 @@
 #pragma once
 
 #include "app/DesktopSession.h"
+#include "core/ActiveApplication.h"
 #include "platform/linux/X11OwnKeyEvents.h"
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 namespace murmurly {
 
+class ActiveApplication;
 class Clipboard;
 class Defaults;
+class WaylandActiveApplication;
 class KeyEventSource;
 class PasteKeys;
 
@@ -32,7 +36,10 @@ public:
         bool working = false;
     };
 
-    SessionServices(const DesktopSession& session, const Defaults& defaults);
+    // `defaults` (the terminal list) and `naming` (an application's name from its app id) must
+    // outlive this object.
+    SessionServices(const DesktopSession& session, const Defaults& defaults,
+                    std::function<FocusedApplication(const QString& appId)> naming = {});
     ~SessionServices();
     SessionServices(const SessionServices&) = delete;
     SessionServices& operator=(const SessionServices&) = delete;
@@ -40,6 +47,9 @@ public:
     KeyEventSource& keyEvents() { return *m_keyEvents; }
     Clipboard& clipboard() { return *m_clipboard; }
     PasteKeys& pasteKeys() { return *m_pasteKeys; }
+    // The focused application where this session tells it in its own way (a Wayland compositor
+    // that lists its windows); null where the X server's focused window is the answer.
+    ActiveApplication* activeApplication();
 
     KeyReading keyReading() const { return m_keyReading; }
     ClipboardAccess clipboardAccess() const { return m_clipboardAccess; }
@@ -67,6 +77,7 @@ private:
     std::unique_ptr<KeyEventSource> m_keyEvents;
     std::unique_ptr<Clipboard> m_clipboard;
     std::unique_ptr<PasteKeys> m_pasteKeys;
+    std::unique_ptr<WaylandActiveApplication> m_waylandApplication;
 };
 
 } // namespace murmurly

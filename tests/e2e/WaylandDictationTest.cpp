@@ -202,7 +202,8 @@ TEST_F(WaylandDictationTest, HoldingTheBoundKeyTypesTheSpeechIntoAWaylandWindowA
     keepRunning(300ms);
     ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
 
-    ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait)) << murmurly->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait))
+        << murmurly->log().toStdString();
     EXPECT_TRUE(control->waitForState(QStringLiteral("idle")));
     const QString text = window->text();
     std::printf("inserted: \"%s\"\n", qPrintable(text));
@@ -240,4 +241,30 @@ TEST_F(WaylandDictationTest, EscBoundToCancelWhileTheKeyIsHeldInsertsNothing) {
     ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
 
     expectCancelledWithNothingInserted(*murmurly, *control, *window, *player, QStringLiteral("before"));
+}
+
+TEST_F(WaylandDictationTest, ATerminalWindowGetsTheTextThroughCtrlShiftV) {
+    // A Wayland-native window with a terminal's app id that, like a terminal, pastes only on
+    // Ctrl+Shift+V.
+    window.emplace(
+        QStringList{QStringLiteral("--class"), QStringLiteral("foot"), QStringLiteral("--terminal")},
+        sway.clientEnvironment(QProcessEnvironment::systemEnvironment()));
+    ASSERT_TRUE(window->isReady()) << sway.log().toStdString();
+    startProgram();
+    EXPECT_TRUE(murmurly->log().contains(
+        QStringLiteral("focused application through zwlr_foreign_toplevel_manager_v1")))
+        << murmurly->log().toStdString();
+
+    ASSERT_TRUE(keyboard->press(WaylandTestKeyboard::rightAlt));
+    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
+    keepRunning(300ms);
+    ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
+
+    ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait))
+        << murmurly->log().toStdString();
+    EXPECT_TRUE(control->waitForState(QStringLiteral("idle")));
+    EXPECT_EQ(window->keyEventsOf(0x56).value(0), QStringLiteral("press 56 SC") /* V with Shift is "V" */)
+        << window->keyEvents().join(QLatin1Char(',')).toStdString();
 }

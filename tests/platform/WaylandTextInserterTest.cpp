@@ -9,6 +9,7 @@
 #include "output/TextInserter.h"
 #include "platform/wayland/DataControlClipboard.h"
 #include "platform/wayland/VirtualKeyboardPasteKeys.h"
+#include "platform/wayland/WaylandActiveApplication.h"
 
 #include <QElapsedTimer>
 
@@ -290,5 +291,62 @@ TEST(WaylandWithoutCompositor, NothingAnswersAndNothingHangs) {
     VirtualKeyboardPasteKeys keys(nowhere);
     EXPECT_FALSE(keys.isAvailable());
     EXPECT_FALSE(keys.paste());
+    EXPECT_LT(took.elapsed(), 10000);
+}
+
+TEST_F(WaylandTest, TheFocusedApplicationIsTheActivatedWindowsAppIdAndFollowsTheFocus) {
+    const QProcessEnvironment environment = sway.clientEnvironment(QProcessEnvironment::systemEnvironment());
+    TextFieldWindowProcess notes({QStringLiteral("--class"), QStringLiteral("org.example.Notes")},
+                                 environment);
+    ASSERT_TRUE(notes.isReady()) << sway.log().toStdString();
+    WaylandActiveApplication windows(sway.waylandDisplay());
+    ASSERT_TRUE(windows.isAvailable());
+    EXPECT_TRUE(
+        waitUntil([&] { return windows.focusedAppId() == QStringLiteral("org.example.Notes"); }, 10s));
+    EXPECT_EQ(windows.focused(),
+              (FocusedApplication{QStringLiteral("org.example.Notes"), QStringLiteral("org.example.Notes")}));
+    {
+        // A new window takes the focus; when it closes, the focus goes back.
+        TextFieldWindowProcess terminal({QStringLiteral("--class"), QStringLiteral("foot")}, environment);
+        ASSERT_TRUE(terminal.isReady());
+        EXPECT_TRUE(waitUntil([&] { return windows.focusedAppId() == QStringLiteral("foot"); }, 10s));
+    }
+    EXPECT_TRUE(
+        waitUntil([&] { return windows.focusedAppId() == QStringLiteral("org.example.Notes"); }, 10s));
+}
+
+TEST_F(WaylandTest, TheFocusedApplicationIsNamedByTheGivenNaming) {
+    TextFieldWindowProcess notes({QStringLiteral("--class"), QStringLiteral("org.example.Notes")},
+                                 sway.clientEnvironment(QProcessEnvironment::systemEnvironment()));
+    ASSERT_TRUE(notes.isReady());
+    WaylandActiveApplication windows(sway.waylandDisplay(), [](const QString& appId) {
+        return FocusedApplication{appId, QStringLiteral("Example Notes")};
+    });
+    ASSERT_TRUE(waitUntil([&] { return windows.focused().has_value(); }, 10s));
+    EXPECT_EQ(windows.focused()->displayName, QStringLiteral("Example Notes"));
+}
+
+TEST_F(WaylandTextInserterTest, ATerminalFocusedGetsCtrlShiftV) {
+    const QProcessEnvironment environment = sway.clientEnvironment(QProcessEnvironment::systemEnvironment());
+    WaylandActiveApplication windows(sway.waylandDisplay());
+    ASSERT_TRUE(windows.isAvailable());
+    pasteKeys->setTerminalCheck([&] { return windows.focusedAppId() == QStringLiteral("foot"); });
+    // A window that pastes on Ctrl+Shift+V only, as terminals do.
+    window.emplace(
+        QStringList{QStringLiteral("--class"), QStringLiteral("foot"), QStringLiteral("--terminal")},
+        environment);
+    ASSERT_TRUE(window->isReady());
+    ASSERT_TRUE(waitUntil([&] { return windows.focusedAppId() == QStringLiteral("foot"); }, 10s));
+    ASSERT_TRUE(insertNow(QStringLiteral("ls")));
+    EXPECT_EQ(window->keyEventsOf(0x56).value(0), QStringLiteral("press 56 SC") /* V with Shift is "V" */)
+        << window->keyEvents().join(QLatin1Char(',')).toStdString();
+}
+
+TEST(WaylandActiveApplicationWithoutCompositor, NothingIsFocusedAndNothingWaits) {
+    QElapsedTimer took;
+    took.start();
+    WaylandActiveApplication windows("/nonexistent/wayland-murmurly-test");
+    EXPECT_FALSE(windows.isAvailable());
+    EXPECT_EQ(windows.focused(), std::nullopt);
     EXPECT_LT(took.elapsed(), 10000);
 }

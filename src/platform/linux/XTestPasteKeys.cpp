@@ -90,16 +90,22 @@ const QStringList& XTestPasteKeys::builtInTerminalClasses() {
 }
 
 bool XTestPasteKeys::isTerminal(const QString& instanceName, const QString& className) const {
-    QStringList classes = builtInTerminalClasses();
-    const QVariant configured = m_defaults.value(terminalClassesKey);
+    return isTerminalName(m_defaults, className) || isTerminalName(m_defaults, instanceName);
+}
+
+bool XTestPasteKeys::isTerminalName(const Defaults& defaults, const QString& name) {
+    const QString lower = name.toLower();
+    if (lower.isEmpty()) return false;
+    if (builtInTerminalClasses().contains(lower)) return true;
+    const QVariant configured = defaults.value(terminalClassesKey);
     // INI files hand a comma-separated value back as a list already.
     const QStringList extra =
         configured.typeId() == QMetaType::QStringList
             ? configured.toStringList()
-            : m_defaults.stringValue(terminalClassesKey).value_or(QString()).split(QLatin1Char(','));
-    for (const QString& name : extra)
-        if (!name.trimmed().isEmpty()) classes << name.trimmed().toLower();
-    return classes.contains(className.toLower()) || classes.contains(instanceName.toLower());
+            : defaults.stringValue(terminalClassesKey).value_or(QString()).split(QLatin1Char(','));
+    for (const QString& configuredName : extra)
+        if (configuredName.trimmed().toLower() == lower) return true;
+    return false;
 }
 
 _XDisplay* XTestPasteKeys::display() {

@@ -36,6 +36,9 @@ public:
     static const QStringList& builtInTerminalClasses();
     // Whether a window of this WM_CLASS is a terminal, by the built-in list and the preference.
     bool isTerminal(const QString& instanceName, const QString& className) const;
+    // The same for one name (a WM_CLASS name, or a Wayland app id, which terminals set to the same
+    // names), whatever its case.
+    static bool isTerminalName(const Defaults& defaults, const QString& name);
 
 private:
     _XDisplay* display();
