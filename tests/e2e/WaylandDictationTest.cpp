@@ -152,6 +152,16 @@ protected:
         ASSERT_TRUE(fieldHasFocus());
     }
 
+    // Holds the bound key (Right Alt) while the sentence plays into the microphone, then lets go.
+    void dictateHolding(const QString& wavPath) {
+        ASSERT_TRUE(keyboard->press(WaylandTestKeyboard::rightAlt));
+        ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
+        ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
+        ASSERT_TRUE(pulse.play(wavPath));
+        keepRunning(300ms);
+        ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
+    }
+
     // A Shift tap reaches the text field only while it has the focus.
     bool fieldHasFocus() {
         window->clearKeyEvents();
@@ -195,12 +205,8 @@ TEST_F(WaylandDictationTest, HoldingTheBoundKeyTypesTheSpeechIntoAWaylandWindowA
     ASSERT_TRUE(clipboardOnceItShows(
         [](const Types& types) { return bytesOf(types, QStringLiteral("image/png")).has_value(); }));
 
-    ASSERT_TRUE(keyboard->press(WaylandTestKeyboard::rightAlt));
-    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
-    ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
-    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
-    keepRunning(300ms);
-    ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
+    dictateHolding(sentence("sense_and_sensibility_01_austen_64kb-0890"));
+    if (HasFatalFailure()) return;
 
     ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait))
         << murmurly->log().toStdString();
@@ -255,12 +261,8 @@ TEST_F(WaylandDictationTest, ATerminalWindowGetsTheTextThroughCtrlShiftV) {
         QStringLiteral("focused application through zwlr_foreign_toplevel_manager_v1")))
         << murmurly->log().toStdString();
 
-    ASSERT_TRUE(keyboard->press(WaylandTestKeyboard::rightAlt));
-    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
-    ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
-    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
-    keepRunning(300ms);
-    ASSERT_TRUE(keyboard->release(WaylandTestKeyboard::rightAlt));
+    dictateHolding(sentence("sense_and_sensibility_01_austen_64kb-0890"));
+    if (HasFatalFailure()) return;
 
     ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait))
         << murmurly->log().toStdString();
