@@ -14,7 +14,7 @@ namespace murmurly {
 namespace {
 
 const QString programName = QStringLiteral("Murmurly");
-// The key the specification gives the action of clicking the notification itself.
+// The key of the action that clicking the notification itself invokes (freedesktop.org notifications).
 const QString defaultActionKey = QStringLiteral("default");
 
 } // namespace
