@@ -191,6 +191,11 @@ public:
         pactl({QStringLiteral("set-default-source"), QStringLiteral("murmurly_latency_sine")});
         for (int i = 0; i < m_options.starts; ++i)
             startsOnSine.push_back(startAndCancel());
+        std::vector<double> pressCommands;
+        std::printf("%d presses through murmurly --press…\n", m_options.starts);
+        std::fflush(stdout);
+        for (int i = 0; i < m_options.starts; ++i)
+            pressCommands.push_back(pressCommandAndCancel());
         pactl({QStringLiteral("set-default-source"),
                QLatin1String(PrivatePulseServer::sinkName) + QStringLiteral(".monitor")});
 
@@ -243,7 +248,7 @@ public:
             referenceSeconds.push_back(decode.seconds);
         }
 
-        report(startsOnSine, dictations, idleAfterStart, idleAfterDictations,
+        report(startsOnSine, pressCommands, dictations, idleAfterStart, idleAfterDictations,
                {residentAtStart, residentAfterStarts, residentAfterFirst, residentAfterAll}, referenceSeconds,
                int(utterances.size()), afterRestarts);
     }
@@ -253,6 +258,7 @@ private:
         QProcessEnvironment environment = murmurlyEnvironment();
         environment.insert(QStringLiteral("QT_LOGGING_RULES"),
                            QStringLiteral("com.qv.murmurly.latency.info=true"));
+        m_environment = environment;
         m_program = std::make_unique<RunningMurmurly>(environment);
         if (!m_control.waitForProperty(QStringLiteral("ModelStatus"), QStringLiteral("ready"), 60s))
             fail("the program's speech model did not become ready", m_program->log());
@@ -289,6 +295,28 @@ private:
         m_keyboard.release(XK_Alt_R);
         if (!m_control.waitForState(QStringLiteral("idle"), 10s))
             fail("the program did not return to idle after Esc", m_program->log().mid(logStart));
+        keepRunning(200ms);
+        return seconds;
+    }
+
+    // Runs `murmurly --press`, as a compositor's key binding does, and waits until the running
+    // program has handled the press; then cancels with `murmurly --cancel`. The seconds from the
+    // command's start to the press handled.
+    double pressCommandAndCancel() {
+        const qsizetype logStart = m_program->log().size();
+        QProcessEnvironment environment = m_environment;
+        environment.remove(QStringLiteral("QT_LOGGING_RULES"));
+        // The program stamps the press on the same monotonic clock as this reading.
+        const long long started = monotonicMicroseconds();
+        const ProgramRun press = runMurmurly({QStringLiteral("--press")}, environment, 10s);
+        if (!press.finished || press.exitCode != 0) fail("murmurly --press did not end well", press.err);
+        if (!waitUntil([&] { return marksSince(logStart).has("trigger-down"); }, 10s))
+            fail("murmurly --press did not reach the program", m_program->log().mid(logStart));
+        const double seconds = double(marksSince(logStart).at("trigger-down") - started) / 1e6;
+        const ProgramRun cancel = runMurmurly({QStringLiteral("--cancel")}, environment, 10s);
+        if (!cancel.finished || cancel.exitCode != 0) fail("murmurly --cancel did not end well", cancel.err);
+        if (!m_control.waitForState(QStringLiteral("idle"), 10s))
+            fail("the program did not return to idle after --cancel", m_program->log().mid(logStart));
         keepRunning(200ms);
         return seconds;
     }
@@ -332,9 +360,9 @@ private:
         return dictation;
     }
 
-    void report(const std::vector<double>& startsOnSine, const std::vector<Dictation>& dictations,
-                double idleAfterStart, double idleAfterDictations, const Residency& memory,
-                const std::vector<double>& referenceSeconds, int sentences,
+    void report(const std::vector<double>& startsOnSine, const std::vector<double>& pressCommands,
+                const std::vector<Dictation>& dictations, double idleAfterStart, double idleAfterDictations,
+                const Residency& memory, const std::vector<double>& referenceSeconds, int sentences,
                 const FirstAndRest& afterRestarts) const {
         std::vector<double> press, release, inside;
         WordErrors errors;
@@ -360,6 +388,13 @@ private:
                     percentile(sine, 0.5), percentile(sine, 0.95), "-");
         std::printf("%-48s %7.1f ms %7.1f ms   %s\n", "  the same, the sink's monitor as microphone",
                     percentile(press, 0.5), percentile(press, 0.95), "-");
+        std::vector<double> commands;
+        for (double seconds : pressCommands)
+            commands.push_back(seconds * 1000);
+        const double commandP50 = percentile(commands, 0.5);
+        std::printf("%-48s %7.1f ms %7.1f ms   p50 ≤ 20 ms (%s)\n",
+                    "murmurly --press started → press handled", commandP50, percentile(commands, 0.95),
+                    verdict(commandP50 <= 20));
         std::printf("%-48s %7.1f ms %7.1f ms   p50 ≤ 150 ms (%s)\n", "release → paste chord posted",
                     releaseP50, percentile(release, 0.95), verdict(releaseP50 <= 150));
         std::printf("%-48s %7.1f ms %7.1f ms   %s\n", "  of it inside the program (key-up → chord)",
@@ -428,6 +463,7 @@ private:
     TextFieldWindowProcess m_window{{QStringLiteral("--class"), QStringLiteral("Notepadish")}};
     XTestKeyboard m_keyboard;
     std::unique_ptr<RunningMurmurly> m_program;
+    QProcessEnvironment m_environment; // the program's, for the commands run beside it
 };
 
 } // namespace
