@@ -103,14 +103,14 @@ XdgAutostartLoginItem::Entry XdgAutostartLoginItem::readEntry() {
 }
 
 bool XdgAutostartLoginItem::isEnabled() const {
-    const Entry entry = readEntry();
-    return entry.found && !entry.hidden && !entry.switchedOff;
+    return readEntry().isEnabled();
 }
 
 bool XdgAutostartLoginItem::renewOutdatedEntry() {
+    if (m_executablePath.isEmpty()) return false;
     // Only an entry exactly as an earlier version wrote it: one the user edited is theirs.
-    if (m_executablePath.isEmpty() || !isEnabled() || readEntry().exec != execValue(m_executablePath))
-        return false;
+    const Entry entry = readEntry();
+    if (!entry.isEnabled() || entry.exec != execValue(m_executablePath)) return false;
     if (const std::optional<QString> failure = registerItem()) {
         qCWarning(lcApp, "Could not renew the autostart entry: %s", qUtf8Printable(*failure));
         return false;

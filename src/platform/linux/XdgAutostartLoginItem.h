@@ -40,6 +40,8 @@ private:
         bool hidden = false;
         bool switchedOff = false;
         QString exec; // as written
+
+        bool isEnabled() const { return found && !hidden && !switchedOff; }
     };
     static Entry readEntry();
 
