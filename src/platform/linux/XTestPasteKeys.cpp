@@ -90,22 +90,25 @@ const QStringList& XTestPasteKeys::builtInTerminalClasses() {
 }
 
 bool XTestPasteKeys::isTerminal(const QString& instanceName, const QString& className) const {
-    return isTerminalName(m_defaults, className) || isTerminalName(m_defaults, instanceName);
+    const QStringList names = terminalNames(m_defaults);
+    return names.contains(className.toLower()) || names.contains(instanceName.toLower());
 }
 
 bool XTestPasteKeys::isTerminalName(const Defaults& defaults, const QString& name) {
-    const QString lower = name.toLower();
-    if (lower.isEmpty()) return false;
-    if (builtInTerminalClasses().contains(lower)) return true;
+    return !name.isEmpty() && terminalNames(defaults).contains(name.toLower());
+}
+
+QStringList XTestPasteKeys::terminalNames(const Defaults& defaults) {
+    QStringList names = builtInTerminalClasses();
     const QVariant configured = defaults.value(terminalClassesKey);
     // INI files hand a comma-separated value back as a list already.
     const QStringList extra =
         configured.typeId() == QMetaType::QStringList
             ? configured.toStringList()
             : defaults.stringValue(terminalClassesKey).value_or(QString()).split(QLatin1Char(','));
-    for (const QString& configuredName : extra)
-        if (configuredName.trimmed().toLower() == lower) return true;
-    return false;
+    for (const QString& name : extra)
+        if (!name.trimmed().isEmpty()) names << name.trimmed().toLower();
+    return names;
 }
 
 _XDisplay* XTestPasteKeys::display() {

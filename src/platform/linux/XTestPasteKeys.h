@@ -41,6 +41,8 @@ public:
     static bool isTerminalName(const Defaults& defaults, const QString& name);
 
 private:
+    // The built-in names and the preference's, in lower case.
+    static QStringList terminalNames(const Defaults& defaults);
     _XDisplay* display();
 
     const Defaults& m_defaults;
