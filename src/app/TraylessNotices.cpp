@@ -18,9 +18,14 @@ TraylessNotices::TraylessNotices(AppController& controller, Notifications& notif
     m_send.setSingleShot(true);
     m_send.setInterval(0);
     connect(&m_send, &QTimer::timeout, this, &TraylessNotices::sendPending);
+    // The recording notice waits for the next turn of the event loop: asking whether a tray is
+    // shown must not delay the start of a recording.
+    m_recordingCheck.setSingleShot(true);
+    m_recordingCheck.setInterval(0);
+    connect(&m_recordingCheck, &QTimer::timeout, this, &TraylessNotices::updateRecordingNotice);
     connect(&controller, &AppController::modelStatusChanged, this, &TraylessNotices::modelStatusChanged);
     connect(&controller, &AppController::lastErrorChanged, this, &TraylessNotices::lastErrorChanged);
-    connect(&controller, &AppController::stateChanged, this, &TraylessNotices::stateChanged);
+    connect(&controller, &AppController::stateChanged, &m_recordingCheck, qOverload<>(&QTimer::start));
 }
 
 TraylessNotices::~TraylessNotices() = default;
@@ -77,7 +82,7 @@ void TraylessNotices::sendPending() {
     m_notifications.show(Notifications::Slot::message, lines.join(QLatin1Char('\n')));
 }
 
-void TraylessNotices::stateChanged() {
+void TraylessNotices::updateRecordingNotice() {
     if (m_controller.state() == DictationState::recording) {
         if (m_recordingShown || m_trayShown()) return;
         m_recordingShown = true;

@@ -39,14 +39,16 @@ private:
     void tellProblemsSoFar();
     void modelStatusChanged();
     void lastErrorChanged();
-    void stateChanged();
+    // Shows the recording notice while the controller records, and withdraws it after.
+    void updateRecordingNotice();
     // Sends the lines gathered in this turn of the event loop as one notice.
     void sendPending();
 
     AppController& m_controller;
     Notifications& m_notifications;
     std::function<bool()> m_trayShown;
-    QTimer m_send; // zero interval: a model failure and its error line make one notice
+    QTimer m_send;           // zero interval: a model failure and its error line make one notice
+    QTimer m_recordingCheck; // zero interval
     QString m_pendingModelLine;
     QString m_pendingErrorLine;
     bool m_modelFailed = false;
