@@ -18,7 +18,6 @@
 #include <QAction>
 #include <QDBusConnection>
 #include <QMenu>
-#include <QSystemTrayIcon>
 #include <QTimer>
 
 namespace murmurly {
@@ -41,8 +40,8 @@ MurmurlyShell::MurmurlyShell(MurmurlyApp& app, QObject* parent)
     AppController& controller = app.controller();
     m_menu = std::make_unique<MenuContent>(controller, controller.usage(), controller.cleanupSettings());
     m_tray = std::make_unique<TrayIcon>(controller, m_menu->menu());
-    m_notices = std::make_unique<TraylessNotices>(controller, m_notifications,
-                                                  [] { return QSystemTrayIcon::isSystemTrayAvailable(); });
+    m_notices =
+        std::make_unique<TraylessNotices>(controller, m_notifications, &TrayIcon::isShownOnThisDesktop);
     m_notifications.onActivated = [this] { openSettings(); };
     connect(m_menu.get(), &MenuContent::settingsRequested, this, &MurmurlyShell::openSettings);
     connect(&app, &MurmurlyApp::settingsRequested, this, &MurmurlyShell::openSettings);
@@ -92,7 +91,7 @@ void MurmurlyShell::openSettings() {
         });
     }
     // A panel may have come (or gone) since the window was last shown.
-    m_generalTab->setNoTrayNoteShown(TrayIcon::shouldOpenSettingsAtStart());
+    m_generalTab->setNoTrayNoteShown(!TrayIcon::isShownOnThisDesktop());
     // Noted before the window takes the focus; the program's own windows are never noted.
     m_focusReturn.rememberFocusedWindow();
     m_window->showAndRaise();

@@ -11,12 +11,11 @@
 
 namespace murmurly {
 
-class ActiveApplication;
 class Clipboard;
 class Defaults;
-class WaylandActiveApplication;
 class KeyEventSource;
 class PasteKeys;
+class WaylandActiveApplication;
 
 // The implementations of the trigger, clipboard and paste-chord ports that this session offers,
 // chosen once at start-up, in this one place, from what the session answers (DesktopSession), and

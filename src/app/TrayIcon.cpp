@@ -84,8 +84,8 @@ const QIcon& TrayIcon::cachedPulseFrame(int frame) {
     return icon;
 }
 
-bool TrayIcon::shouldOpenSettingsAtStart() {
-    return !QSystemTrayIcon::isSystemTrayAvailable();
+bool TrayIcon::isShownOnThisDesktop() {
+    return QSystemTrayIcon::isSystemTrayAvailable();
 }
 
 void TrayIcon::updateState() {

@@ -40,9 +40,11 @@ public:
     bool isPulsing() const { return m_pulse.isActive(); }
     int currentPulseFrame() const { return m_frame; }
 
+    // Whether this desktop shows tray icons now (a panel may come and go).
+    static bool isShownOnThisDesktop();
     // Without a tray on this desktop the menu cannot be reached, so the program opens its
     // settings window at start instead.
-    static bool shouldOpenSettingsAtStart();
+    static bool shouldOpenSettingsAtStart() { return !isShownOnThisDesktop(); }
 
 private:
     void updateState();
