@@ -74,7 +74,7 @@ TEST_F(FreedesktopNotificationsTest, AMessageReplacesTheOneBeforeItEvenWhenSentB
     EXPECT_EQ(history->at(0).value(QStringLiteral("body")).toString(), QStringLiteral("third"));
 }
 
-TEST_F(FreedesktopNotificationsTest, ARecordingNoticeStaysUntilWithdrawn) {
+TEST_F(FreedesktopNotificationsTest, ARecordingNoticeIsTakenAwayWhenWithdrawn) {
     FreedesktopNotifications notifications(connection);
     ASSERT_TRUE(showAndWait(notifications, Slot::recording, QStringLiteral("Recording\u2026")));
     EXPECT_EQ(server.displayedCount(), 1u);
