@@ -1,5 +1,7 @@
 #include "cleanup/HttpExchange.h"
 
+#include "core/AnnouncedLength.h"
+
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -168,6 +170,10 @@ QCoro::Task<HttpExchange::Outcome> run(QNetworkReply* r, std::chrono::millisecon
                                     .arg(HttpExchange::exchangeLimit(timeout).count());
     } else if (r->error() != QNetworkReply::NoError) {
         outcome.transferError = r->errorString();
+    } else if (transfer->status == 200 &&
+               endsShortOfAnnouncedLength(r->header(QNetworkRequest::ContentLengthHeader),
+                                          r->rawHeader("Content-Encoding"), transfer->received.size())) {
+        outcome.transferError = QStringLiteral("The connection ended before the whole reply arrived.");
     } else {
         outcome.status = transfer->status.value_or(-1);
         if (outcome.status == 200) outcome.body = std::move(transfer->received);

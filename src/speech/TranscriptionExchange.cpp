@@ -1,5 +1,7 @@
 #include "speech/TranscriptionExchange.h"
 
+#include "core/AnnouncedLength.h"
+
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -164,6 +166,9 @@ TranscriptionExchange::post(QNetworkAccessManager& network, QNetworkRequest requ
         outcome.error = r->errorString();
     } else if (!progress->status) {
         outcome.error = QStringLiteral("No HTTP response arrived.");
+    } else if (endsShortOfAnnouncedLength(r->header(QNetworkRequest::ContentLengthHeader),
+                                          r->rawHeader("Content-Encoding"), progress->received.size())) {
+        outcome.error = QStringLiteral("The connection ended before the whole reply arrived.");
     } else {
         outcome.body = std::move(progress->received);
     }

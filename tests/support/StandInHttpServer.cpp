@@ -94,6 +94,7 @@ void StandInHttpServer::setJsonResponse(int status, const QByteArray& body) {
 void StandInHttpServer::accept() {
     while (QTcpSocket* socket = m_server.nextPendingConnection()) {
         socket->setParent(this);
+        ++m_acceptedConnections;
         m_buffers.insert(socket, {});
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readFrom(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
@@ -174,7 +175,7 @@ void StandInHttpServer::answer(QTcpSocket* socket, const Response& response) {
         });
         return;
     }
-    socket->write(body);
+    socket->write(response.closeAfterBodyBytes >= 0 ? body.left(response.closeAfterBodyBytes) : body);
     socket->disconnectFromHost();
 }
 

@@ -17,7 +17,7 @@ namespace murmurly::testing {
 // An HTTP/1.1 server on 127.0.0.1 standing in for a provider's API. It records every request
 // (method, path, headers in the order sent, body) and answers each with the Response the test
 // chose: any status, headers and body, a body of any size, a delay, a stall that never answers, a
-// body dripped one byte at a time, or a connection reset part-way through the body. One request
+// body dripped one byte at a time, or a connection reset or closed part-way through the body. One request
 // per connection; answers close it.
 class StandInHttpServer : public QObject {
     Q_OBJECT
@@ -44,6 +44,9 @@ public:
         bool stall = false;
         // When not negative: announce the full length, send this many body bytes, then reset.
         qint64 resetAfterBodyBytes = -1;
+        // When not negative: announce the full length, send this many body bytes, then end the
+        // connection in order, as a server process that exits part-way through would.
+        qint64 closeAfterBodyBytes = -1;
         // When positive: announce the full length, then send the body one byte per interval.
         int dripIntervalMilliseconds = 0;
         QByteArray contentType = "application/json";
@@ -71,6 +74,8 @@ public:
     const QList<Request>& requests() const { return m_requests; }
     // Connections that have ended, whichever side ended them.
     int closedConnections() const { return m_closedConnections; }
+    // Connections accepted so far, including any whose request never arrived whole.
+    int acceptedConnections() const { return m_acceptedConnections; }
 
 signals:
     void requestReceived();
@@ -87,6 +92,7 @@ private:
     QList<Request> m_requests;
     QHash<QTcpSocket*, QByteArray> m_buffers;
     int m_closedConnections = 0;
+    int m_acceptedConnections = 0;
 };
 
 } // namespace murmurly::testing

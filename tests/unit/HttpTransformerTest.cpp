@@ -130,6 +130,9 @@ protected:
         stall.stall = true;
         Response resetMidBody = respond(200, validReply);
         resetMidBody.resetAfterBodyBytes = validReply.size() / 2;
+        // The whole valid reply arrives, but the connection ends before the length announced.
+        Response closedShort = respond(200, validReply + QByteArray(4000, ' '));
+        closedShort.closeAfterBodyBytes = validReply.size();
         Response huge = respond(200, R"({"cleaned_text":")");
         huge.bodySize = 50 * 1024 * 1024;
         // Each redirect points at another server, which must never see the request (or the key).
@@ -155,6 +158,7 @@ protected:
             {"empty object", respond(200, "{}"), ""},
             {"stall past the timeout", stall, "request failed: The request timed out.", 400ms},
             {"reset mid-body", resetMidBody, "request failed: "},
+            {"closed short of the announced length", closedShort, "request failed: "},
             {"50 MiB body", huge, "request failed: The reply body is larger than 4194304 bytes."},
             {"status 201", respond(201, validReply), "error 201"},
             {"status 301", redirect(301), "error 301"},

@@ -73,6 +73,9 @@ std::vector<HostileCase> hostileCases() {
     Response reset = status(200, serverReply + QByteArray(4000, ' '));
     reset.resetAfterBodyBytes = 20;
     cases.push_back({"reset mid-body", reset});
+    Response cutShort = status(200, serverReply + QByteArray(4000, ' '));
+    cutShort.closeAfterBodyBytes = serverReply.size();
+    cases.push_back({"closed short of the announced length", cutShort});
     cases.push_back({"401", status(401)});
     cases.push_back({"429", status(429)});
     cases.push_back({"500", status(500)});
@@ -232,7 +235,7 @@ protected:
     }
     void TearDown() override {
         // Whatever request is still out ends by its own bound; nothing is left suspended.
-        EXPECT_TRUE(waitUntil([&] { return server.closedConnections() == server.requests().size(); }, 30s));
+        EXPECT_TRUE(allConnectionsEnd());
         h.advance(2s);
     }
 
@@ -273,6 +276,16 @@ protected:
         const double t = double(i) / 48000.0;
         return float(
             0.2 * std::sin(2 * std::numbers::pi * (300 + 80 * std::sin(2 * std::numbers::pi * 3 * t)) * t));
+    }
+
+    // Every connection the program opened has ended. Counted by connection, not by request: after
+    // a reset, Qt may open one more connection that never carries a request before giving it up.
+    ::testing::AssertionResult allConnectionsEnd() {
+        if (waitUntil([&] { return server.closedConnections() == server.acceptedConnections(); }, 30s))
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure()
+               << server.closedConnections() << " of " << server.acceptedConnections()
+               << " connections ended, for " << server.requests().size() << " requests";
     }
 
     bool waitForInsertion() {
@@ -329,7 +342,7 @@ TEST_F(ControllerWithServerTest, EveryHostileReplyInsertsTheOnDeviceTranscriptWi
         EXPECT_EQ(h.controller().lastErrorText(), AppController::serverFallbackError);
         EXPECT_EQ(h.controller().state(), DictationState::idle);
         // The abandoned request ends by its own bound before the next case.
-        ASSERT_TRUE(waitUntil([&] { return server.closedConnections() == server.requests().size(); }, 30s));
+        ASSERT_TRUE(allConnectionsEnd());
     }
 }
 
