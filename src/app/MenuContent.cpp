@@ -134,8 +134,8 @@ void MenuContent::updateKeyboardAccess() {
 }
 
 void MenuContent::updateTrigger() {
-    m_trigger->setText(literal(QStringLiteral("Hold ") + m_controller.hotkeyBinding().displayName +
-                               QStringLiteral(" to dictate")));
+    m_trigger->setText(
+        literal(QStringLiteral("Hold ") + m_controller.triggerName() + QStringLiteral(" to dictate")));
 }
 
 void MenuContent::checkKeyboardAccess() {

@@ -30,9 +30,8 @@ TraylessNotices::TraylessNotices(AppController& controller, Notifications& notif
 
 TraylessNotices::~TraylessNotices() = default;
 
-QString TraylessNotices::runningNotice(const HotkeyBinding& binding) {
-    return QStringLiteral("Murmurly is running. Hold ") + binding.displayName +
-           QStringLiteral(" to dictate.");
+QString TraylessNotices::runningNotice(const QString& triggerName) {
+    return QStringLiteral("Murmurly is running. Hold ") + triggerName + QStringLiteral(" to dictate.");
 }
 
 void TraylessNotices::programStarted() {
@@ -40,7 +39,7 @@ void TraylessNotices::programStarted() {
     if (m_controller.defaults().boolValue(runningNoticeShownKey).value_or(false) || m_trayShown()) return;
     qCInfo(lcApp, "No tray on this desktop: telling the user through a notification that Murmurly runs");
     Defaults& defaults = m_controller.defaults();
-    m_notifications.show(Notifications::Slot::message, runningNotice(m_controller.hotkeyBinding()),
+    m_notifications.show(Notifications::Slot::message, runningNotice(m_controller.triggerName()),
                          [&defaults] { defaults.setBool(runningNoticeShownKey, true); });
 }
 

@@ -33,7 +33,7 @@ public:
     void programStarted();
 
     // "Murmurly is running. Hold Right Alt to dictate."
-    static QString runningNotice(const HotkeyBinding& binding);
+    static QString runningNotice(const QString& triggerName);
 
 private:
     void tellProblemsSoFar();

@@ -27,6 +27,7 @@
 #include <QUuid>
 
 #include <exception>
+#include <utility>
 
 namespace murmurly {
 
@@ -92,6 +93,9 @@ AppController::AppController(AppServices services, QObject* parent)
     m_hotkeyMonitor->onCancel = [self] {
         if (self) self->cancelDictation();
     };
+    m_services.keyEvents.setAssignmentObserver([self] {
+        if (self) emit self->hotkeyBindingChanged();
+    });
 
     startUp();
 }
@@ -103,6 +107,10 @@ AppController::~AppController() {
     m_audio->stop();
     // An insertion still waiting puts the user's clipboard back now rather than never.
     m_inserter->cancel();
+}
+
+QString AppController::triggerName() const {
+    return m_services.keyEvents.assignedTrigger().value_or(m_hotkeyBinding.displayName);
 }
 
 QString AppController::stateLabel() const {
@@ -421,7 +429,8 @@ QCoro::Task<> AppController::startUp() {
 void AppController::startHotkeyMonitor() {
     if (m_hotkeyMonitor->start()) {
         qCInfo(lcApp, "Hotkey event tap installed");
-    } else {
+        m_hotkeyFailureTold = false;
+    } else if (!std::exchange(m_hotkeyFailureTold, true)) {
         setLastError(QStringLiteral("Could not install the hotkey listener \u2014 check keyboard access."));
         qCCritical(lcApp, "Failed to install event tap \u2014 Accessibility permission missing?");
     }
@@ -435,10 +444,10 @@ QCoro::Task<> AppController::pollPermissions() {
         if (!alive->value) co_return;
         // Each value is written only when it changed, so observers are not woken every time.
         const bool trusted = permissions.keyboardAccess();
-        if (trusted != m_axTrusted) {
-            setAxTrusted(trusted);
-            if (trusted && !m_hotkeyMonitor->isRunning()) startHotkeyMonitor();
-        }
+        if (trusted != m_axTrusted) setAxTrusted(trusted);
+        // A trigger source that went away while access stands (a desktop that closed its
+        // shortcuts session, an X server that came back) is started again.
+        if (trusted && !m_hotkeyMonitor->isRunning()) startHotkeyMonitor();
         const bool microphone = permissions.microphoneAuthorized();
         if (microphone != m_micAuthorized) setMicAuthorized(microphone);
     }

@@ -120,6 +120,10 @@ public:
     const std::optional<QString>& lastError() const { return m_lastError; }
     QString lastErrorText() const { return m_lastError.value_or(QString()); }
     const HotkeyBinding& hotkeyBinding() const { return m_hotkeyBinding; }
+    // The trigger's name as the user sees it: the key the desktop assigned where the desktop
+    // decides it (a shortcuts portal), else the binding's own name. Changes are told by
+    // hotkeyBindingChanged.
+    QString triggerName() const;
     const QString& dictationLocaleID() const { return m_dictationLocaleID; }
     const QStringList& supportedLocales() const { return m_supportedLocales; }
 
@@ -209,6 +213,7 @@ private:
     ModelStatus m_modelStatus = ModelStatus::checking();
     bool m_micAuthorized = false;
     bool m_axTrusted = false;
+    bool m_hotkeyFailureTold = false; // a failed start is told once, not at every retry
     bool m_launchAtLogin = false;
     std::optional<QString> m_lastError;
 

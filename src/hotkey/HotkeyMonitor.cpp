@@ -34,6 +34,7 @@ void HotkeyMonitor::setBinding(const HotkeyBinding& binding) {
     m_binding = binding;
     m_triggers.push_back(triggerOf(binding));
     m_trigger.store(&m_triggers.back(), std::memory_order_release);
+    m_source.setBinding(binding);
     publishSwallowedKeys();
 }
 

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "hotkey/HotkeyBinding.h"
 #include "hotkey/KeyEvent.h"
 
+#include <QString>
+
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 namespace murmurly {
@@ -38,6 +42,15 @@ public:
     virtual bool isRunning() const = 0;
     // Called on the main thread whenever the keys to swallow change.
     virtual void setSwallowedKeys(const SwallowedKeys& keys) = 0;
+
+    // Called on the main thread with the trigger the user chose, before start() and whenever it
+    // changes. Sources that ask the desktop for the key (a shortcuts portal) ask for this one.
+    virtual void setBinding(const HotkeyBinding&) {}
+    // The trigger as the desktop assigned it, in the desktop's words, where the desktop rather than
+    // the program decides the key; nothing where the chosen binding is read as it stands.
+    virtual std::optional<QString> assignedTrigger() const { return std::nullopt; }
+    // Called on the main thread after each change of assignedTrigger().
+    virtual void setAssignmentObserver(std::function<void()>) {}
 };
 
 } // namespace murmurly

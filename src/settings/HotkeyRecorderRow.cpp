@@ -64,7 +64,7 @@ void HotkeyRecorderRow::fitTriggerHeight() {
 
 void HotkeyRecorderRow::update() {
     const bool recording = m_recorder->isRecording();
-    m_trigger->setText(recording ? promptText : m_controller.hotkeyBinding().displayName);
+    m_trigger->setText(recording ? promptText : m_controller.triggerName());
     m_trigger->setForegroundRole(recording ? QPalette::PlaceholderText : QPalette::WindowText);
     m_button->setText(recording ? QStringLiteral("Cancel") : QStringLiteral("Change\u2026"));
     m_button->setAccessibleName(recording ? QStringLiteral("Cancel recording the trigger")

@@ -184,6 +184,6 @@ TEST(TraylessNotices, ProblemsMetBeforeTheStartAreToldAfterTheFirstStartNotice) 
                              MenuContent::errorLine(*controller.lastError());
     EXPECT_EQ(notifications.calls,
               (std::vector{FakeNotifications::shown(
-                               Slot::message, TraylessNotices::runningNotice(controller.hotkeyBinding())),
+                               Slot::message, TraylessNotices::runningNotice(controller.triggerName())),
                            FakeNotifications::shown(Slot::message, problems)}));
 }

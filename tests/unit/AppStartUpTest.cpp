@@ -106,6 +106,45 @@ TEST(AppStartUp, MonitorThatLosesTheKeyboardIsStartedAgainWhenAccessReturns) {
     EXPECT_TRUE(c.hotkeyMonitor().isRunning());
 }
 
+// A desktop that closes its shortcuts session takes the trigger away while access stands.
+TEST(AppStartUp, ATriggerSourceThatStopsWhileAccessStandsIsStartedAgainWithinOnePoll) {
+    ControllerHarness h;
+    AppController& c = h.controller();
+    ASSERT_TRUE(c.hotkeyMonitor().isRunning());
+    const int starts = h.keyEvents.starts;
+    h.keyEvents.running = false;
+    h.advance(AppController::permissionPollInterval);
+    EXPECT_TRUE(c.axTrusted());
+    EXPECT_EQ(h.keyEvents.starts, starts + 1);
+    EXPECT_TRUE(c.hotkeyMonitor().isRunning());
+}
+
+TEST(AppStartUp, AListenerThatKeepsFailingWhileAccessStandsIsToldOnceAndTriedEachPoll) {
+    LogCapture log;
+    ControllerHarness h;
+    AppController& c = h.controller();
+    h.keyEvents.available = false;
+    h.keyEvents.running = false;
+    const int starts = h.keyEvents.starts;
+    h.advance(3 * AppController::permissionPollInterval);
+    EXPECT_EQ(h.keyEvents.starts, starts + 3);
+    EXPECT_EQ(c.lastErrorText(), hotkeyListenerFailure);
+    EXPECT_EQ(log.messages(QtCriticalMsg).count(
+                  QStringLiteral("Failed to install event tap \u2014 Accessibility permission missing?")),
+              1);
+
+    // Once it works again, a later failure is told again.
+    h.keyEvents.available = true;
+    h.advance(AppController::permissionPollInterval);
+    ASSERT_TRUE(c.hotkeyMonitor().isRunning());
+    h.keyEvents.available = false;
+    h.keyEvents.running = false;
+    h.advance(AppController::permissionPollInterval);
+    EXPECT_EQ(log.messages(QtCriticalMsg).count(
+                  QStringLiteral("Failed to install event tap \u2014 Accessibility permission missing?")),
+              2);
+}
+
 TEST(AppStartUp, MicrophoneIsRequestedAtStartWhenNotAuthorized) {
     ControllerHarness h;
     h.permissions.microphone = false;
