@@ -1,5 +1,7 @@
 #include "app/DesktopSession.h"
 
+#include "app/PortalShortcutSession.h"
+
 #include "platform/wayland/WaylandConnection.h"
 
 namespace murmurly {
@@ -19,6 +21,9 @@ DesktopSession DesktopSession::detect(const QProcessEnvironment& environment) {
         session.compositorAnswered = true;
         session.globals = *interfaces;
     }
+    // Only a Wayland session needs the portal: on X11 the keyboard is read directly.
+    if (!environment.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")).isEmpty())
+        session.offersShortcutsPortal = PortalShortcutSession::isOffered(QDBusConnection::sessionBus());
     return session;
 }
 

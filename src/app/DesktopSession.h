@@ -19,8 +19,11 @@ struct DesktopSession {
     QString desktop;           // XDG_CURRENT_DESKTOP, for the log only
     bool compositorAnswered = false;
     QList<QByteArray> globals; // the compositor's interfaces
+    // The session bus has the desktop portal's global shortcuts (asked on Wayland sessions only).
+    bool offersShortcutsPortal = false;
 
-    // Reads the environment; on a Wayland session asks the compositor for its globals (bounded).
+    // Reads the environment; on a Wayland session asks the compositor for its globals and the
+    // session bus for the shortcuts portal (both bounded).
     static DesktopSession
     detect(const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
 

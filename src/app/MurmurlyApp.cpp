@@ -1,5 +1,6 @@
 #include "app/MurmurlyApp.h"
 
+#include "app/PortalKeyEventSource.h"
 #include "core/AppController.h"
 #include "core/Log.h"
 #include "records/HistoryStore.h"
@@ -23,6 +24,12 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
         qCInfo(lcApp, "Renewed the autostart entry: a start at login now opens no window");
     if (m_session.session().kind == DesktopSession::Kind::wayland)
         m_permissions.setKeyboardCheck([this] { return m_session.waylandKeyboardWorks(); });
+    if (PortalKeyEventSource* portal = m_session.shortcutsPortal()) {
+        // A shortcut the desktop refused is asked for again only when the user asks.
+        m_permissions.setKeyboardRequest([portal] {
+            if (portal->isRefused()) portal->retry();
+        });
+    }
     m_controller = std::make_unique<AppController>(AppServices{
         .defaults = m_defaults,
         .clock = m_clock,

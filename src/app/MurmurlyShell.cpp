@@ -2,6 +2,7 @@
 
 #include "app/MenuContent.h"
 #include "app/MurmurlyApp.h"
+#include "app/PortalKeyEventSource.h"
 #include "app/TrayIcon.h"
 #include "app/TraylessNotices.h"
 #include "core/AppController.h"
@@ -81,6 +82,11 @@ void MurmurlyShell::openSettings() {
                  new PermissionsTab(controller, {serviceRow(m_app.session().keyReadingDescription()),
                                                  serviceRow(m_app.session().textInsertionDescription())})),
         });
+        const auto showTriggerNote = [this] { m_generalTab->setTriggerNote(m_app.session().triggerNote()); };
+        showTriggerNote();
+        connect(&controller, &AppController::hotkeyBindingChanged, m_generalTab, showTriggerNote);
+        if (PortalKeyEventSource* portal = m_app.session().shortcutsPortal())
+            connect(portal, &PortalKeyEventSource::changed, m_generalTab, showTriggerNote);
         // The menu's shortcuts work only while the menu is open; these make Ctrl+comma and Ctrl+Q
         // work in the window too.
         m_window->addActions({m_menu->settingsAction(), m_menu->quitAction()});

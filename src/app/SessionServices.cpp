@@ -1,5 +1,6 @@
 #include "app/SessionServices.h"
 
+#include "app/PortalKeyEventSource.h"
 #include "core/Log.h"
 #include "platform/linux/QtClipboard.h"
 #include "platform/linux/X11KeyEventSource.h"
@@ -19,9 +20,17 @@ SessionServices::SessionServices(const DesktopSession& session, const Defaults& 
         m_clipboard = std::make_unique<QtClipboard>();
         m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults, QByteArray(), &m_ownKeyEvents);
     } else {
-        // No program may watch the keyboard on Wayland: the compositor's bindings call us.
-        m_keyReading = KeyReading::compositorBindings;
-        m_keyEvents = std::make_unique<CompositorBindingKeySource>();
+        // No program may watch the keyboard on Wayland: the desktop's shortcuts portal tells of the
+        // trigger where it has one; otherwise the compositor's bindings call us.
+        if (session.offersShortcutsPortal) {
+            m_keyReading = KeyReading::shortcutsPortal;
+            auto portal = std::make_unique<PortalKeyEventSource>(QDBusConnection::sessionBus());
+            m_portalKeys = portal.get();
+            m_keyEvents = std::move(portal);
+        } else {
+            m_keyReading = KeyReading::compositorBindings;
+            m_keyEvents = std::make_unique<CompositorBindingKeySource>();
+        }
 
         auto dataControl = session.dataControlProtocol().isEmpty()
                                ? nullptr
@@ -68,6 +77,8 @@ ActiveApplication* SessionServices::activeApplication() {
 }
 
 bool SessionServices::waylandKeyboardWorks() const {
+    // A shortcut the desktop refused leaves no trigger until the user asks again.
+    if (m_portalKeys && m_portalKeys->isRefused()) return false;
     return m_virtualKeyboardWorks || !m_session.x11Display.isEmpty();
 }
 
@@ -80,7 +91,10 @@ QString SessionServices::summary() const {
         QStringLiteral("Desktop session: Wayland (%1)")
             .arg(m_session.desktop.isEmpty() ? QStringLiteral("desktop unnamed") : m_session.desktop);
     if (!m_session.compositorAnswered) line += QStringLiteral(", compositor did not answer");
-    line += QStringLiteral("; keys through compositor bindings to murmurly --press / --release");
+    line +=
+        m_keyReading == KeyReading::shortcutsPortal
+            ? QStringLiteral("; keys through the shortcuts portal (org.freedesktop.portal.GlobalShortcuts)")
+            : QStringLiteral("; keys through compositor bindings to murmurly --press / --release");
     line += m_clipboardAccess == ClipboardAccess::dataControl
                 ? QStringLiteral("; clipboard through %1")
                       .arg(QString::fromLatin1(m_session.dataControlProtocol()))
@@ -98,11 +112,36 @@ SessionServices::Description SessionServices::keyReadingDescription() const {
     const QString title = QStringLiteral("Trigger key");
     if (m_keyReading == KeyReading::x11)
         return {title, QStringLiteral("Read from the X server while Murmurly runs."), true};
-    return {title,
-            QStringLiteral("This desktop lets no program watch the keyboard. Bind a key in the desktop's "
-                           "shortcut settings: \"murmurly --press\" on press and \"murmurly --release\" on "
-                           "release (or \"murmurly --toggle\"), and Esc to \"murmurly --cancel\"."),
-            true};
+    if (m_portalKeys) {
+        const std::optional<QString> assigned = m_portalKeys->assignedTrigger();
+        if (m_portalKeys->isRefused())
+            return {title,
+                    m_portalKeys->problem() +
+                        QStringLiteral(" Ask again with \"Change…\" in the General tab, or bind a key in the "
+                                       "desktop's shortcut settings to \"murmurly --press\" on press and "
+                                       "\"murmurly --release\" on release."),
+                    false};
+        return {title,
+                assigned
+                    ? QStringLiteral("Bound through the desktop's shortcuts: hold %1 to dictate. The desktop "
+                                     "decides the key; change it in its shortcut settings.")
+                          .arg(*assigned)
+                    : QStringLiteral("Bound through the desktop's shortcuts, which decide the key."),
+                true};
+    }
+    return {title, compositorBindingsHelp, true};
+}
+
+QString SessionServices::triggerNote() const {
+    switch (m_keyReading) {
+    case KeyReading::x11:
+        return {};
+    case KeyReading::shortcutsPortal:
+        return m_portalKeys->note();
+    case KeyReading::compositorBindings:
+        break;
+    }
+    return compositorBindingsHelp;
 }
 
 SessionServices::Description SessionServices::textInsertionDescription() const {

@@ -15,18 +15,26 @@ class Clipboard;
 class Defaults;
 class KeyEventSource;
 class PasteKeys;
+class PortalKeyEventSource;
 class WaylandActiveApplication;
 
 // The implementations of the trigger, clipboard and paste-chord ports that this session offers,
 // chosen once at start-up, in this one place, from what the session answers (DesktopSession), and
 // logged once. On X11 the X server's; on Wayland the compositor's data-control clipboard and
-// virtual keyboard where it has them, else XWayland's, with compositor key bindings for the
-// trigger. The core sees only the ports. Main thread only.
+// virtual keyboard where it has them, else XWayland's, and the trigger through the desktop's
+// shortcuts portal where it has one, else through compositor key bindings. The core sees only
+// the ports. Main thread only.
 class SessionServices {
 public:
-    enum class KeyReading { x11, compositorBindings };
+    enum class KeyReading { x11, shortcutsPortal, compositorBindings };
     enum class ClipboardAccess { x11Selection, dataControl };
     enum class PasteChord { xtest, virtualKeyboard };
+
+    // How to make the trigger where the compositor's key bindings must call the program.
+    static inline const QString compositorBindingsHelp = QStringLiteral(
+        "This desktop lets no program watch the keyboard. Bind a key in the desktop's shortcut settings: "
+        "\"murmurly --press\" on press and \"murmurly --release\" on release (or \"murmurly --toggle\"), "
+        "and Esc to \"murmurly --cancel\".");
 
     // One row of the Permissions tab: how something is done here, in a plain sentence.
     struct Description {
@@ -49,6 +57,8 @@ public:
     // The focused application where this session tells it in its own way (a Wayland compositor
     // that lists its windows); null where the X server's focused window is the answer.
     ActiveApplication* activeApplication();
+    // The trigger through the desktop's shortcuts portal, where it is used; null elsewhere.
+    PortalKeyEventSource* shortcutsPortal() const { return m_portalKeys; }
 
     KeyReading keyReading() const { return m_keyReading; }
     ClipboardAccess clipboardAccess() const { return m_clipboardAccess; }
@@ -63,6 +73,10 @@ public:
     Description keyReadingDescription() const;
     Description textInsertionDescription() const;
 
+    // One line under the trigger in the General tab, where this session reads the trigger in a way
+    // of its own (the desktop's shortcuts, or key bindings the user makes); empty on X11.
+    QString triggerNote() const;
+
     // The log line of the choice.
     QString summary() const;
 
@@ -74,6 +88,7 @@ private:
     bool m_virtualKeyboardWorks = false;
     X11OwnKeyEvents m_ownKeyEvents; // the paste chord's keys, which the X11 trigger reader ignores
     std::unique_ptr<KeyEventSource> m_keyEvents;
+    PortalKeyEventSource* m_portalKeys = nullptr; // m_keyEvents, where the portal reads the trigger
     std::unique_ptr<Clipboard> m_clipboard;
     std::unique_ptr<PasteKeys> m_pasteKeys;
     std::unique_ptr<WaylandActiveApplication> m_waylandApplication;

@@ -54,6 +54,11 @@ GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& tran
     dictation->addRow(QStringLiteral("Trigger"), m_recorder);
     // No label of its own: while the warning is hidden its row takes no room at all.
     addUnlabelled(dictation, m_recorder->warningLabel());
+    m_triggerNote = helpLabel(QString(), this);
+    m_triggerNote->setAccessibleName(QStringLiteral("Trigger note"));
+    m_triggerNote->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_triggerNote->setVisible(false);
+    addUnlabelled(dictation, m_triggerNote);
     m_captureMode = new QComboBox(this);
     for (const CaptureMode mode : CaptureModes::allCases)
         m_captureMode->addItem(CaptureModes::title(mode));
@@ -140,6 +145,11 @@ GeneralTab::GeneralTab(AppController& controller, const KeyEventTranslator& tran
     updateSwitches();
     updateLaunchAtLogin();
     refreshCurrentInput();
+}
+
+void GeneralTab::setTriggerNote(const QString& note) {
+    m_triggerNote->setText(note);
+    m_triggerNote->setVisible(!note.isEmpty());
 }
 
 void GeneralTab::setNoTrayNoteShown(bool shown) {

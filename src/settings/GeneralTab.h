@@ -51,6 +51,9 @@ public:
 
     // Shows, under the startup switch, how to reach the settings on a desktop without a tray.
     void setNoTrayNoteShown(bool shown);
+    // Shows, under the trigger, how the trigger works on this desktop; hidden when empty.
+    void setTriggerNote(const QString& note);
+    QLabel* triggerNoteLabel() const { return m_triggerNote; }
 
     // Reads the current input again (also done each time the tab is shown).
     void refreshCurrentInput();
@@ -82,6 +85,7 @@ private:
     QCheckBox* m_cleanup = nullptr;
     QCheckBox* m_launchAtLogin = nullptr;
     QLabel* m_noTrayNote = nullptr;
+    QLabel* m_triggerNote = nullptr;
     QLabel* m_currentInput = nullptr;
     SpeechEngineSection* m_speechEngine = nullptr;
 };

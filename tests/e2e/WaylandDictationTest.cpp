@@ -6,6 +6,7 @@
 #include "CancelledDictation.h"
 #include "HeadlessSway.h"
 #include "MurmurlyControl.h"
+#include "PrivateDesktopPortal.h"
 #include "PrivatePulseServer.h"
 #include "PrivateSessionBus.h"
 #include "RunningMurmurly.h"
@@ -131,8 +132,9 @@ protected:
         if (HasFailure()) std::printf("sway's log:\n%s\n", qPrintable(sway.log()));
     }
 
-    // The program on the compositor alone, with no X server to fall back on.
-    void startProgram() {
+    // The program on the compositor alone, with no X server to fall back on. `keys` is how the
+    // program must say it reads the trigger.
+    void startProgram(const QString& keys = QStringLiteral("keys through compositor bindings")) {
         QProcessEnvironment environment = sway.clientEnvironment(murmurlyEnvironment());
         environment.remove(QStringLiteral("DISPLAY"));
         environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland"));
@@ -142,8 +144,7 @@ protected:
             [&] { return control->property(QStringLiteral("ModelStatus")) == QStringLiteral("ready"); }, 60s))
             << murmurly->log().toStdString();
         ASSERT_TRUE(waitUntil([&] {
-            return murmurly->log().contains(QStringLiteral("Desktop session: Wayland (sway); keys through "
-                                                           "compositor bindings"));
+            return murmurly->log().contains(QStringLiteral("Desktop session: Wayland (sway); ") + keys);
         })) << murmurly->log().toStdString();
         // Without a tray the settings window opens at start and takes the focus: give it back to the
         // text field, as the user would by clicking into it.
@@ -269,4 +270,37 @@ TEST_F(WaylandDictationTest, ATerminalWindowGetsTheTextThroughCtrlShiftV) {
     EXPECT_TRUE(control->waitForState(QStringLiteral("idle")));
     EXPECT_EQ(window->keyEventsOf(0x56).value(0), QStringLiteral("press 56 SC") /* V with Shift is "V" */)
         << window->keyEvents().join(QLatin1Char(',')).toStdString();
+}
+
+// A desktop with the global-shortcuts portal: the trigger comes from the portal's activation and
+// deactivation, with no compositor binding involved.
+TEST_F(WaylandDictationTest, ThePortalsShortcutHeldTypesTheSpeechIntoAWaylandWindow) {
+    PrivateDesktopPortal portal(bus.address());
+    ASSERT_TRUE(portal.isRunning()) << portal.error().toStdString();
+    startProgram(QStringLiteral("keys through the shortcuts portal"));
+    ASSERT_TRUE(waitUntil([&] { return portal.sessionsBinding(QStringLiteral("dictate")) == 1u; }, 30s))
+        << murmurly->log().toStdString();
+    ASSERT_TRUE(waitUntil([&] {
+        return murmurly->log().contains(QStringLiteral("Trigger bound through the "
+                                                       "shortcuts portal: F9"));
+    })) << murmurly->log().toStdString();
+
+    ASSERT_EQ(portal.activate(QStringLiteral("dictate")), 1u);
+    ASSERT_TRUE(control->waitForState(QStringLiteral("recording"), 20s)) << murmurly->log().toStdString();
+    ASSERT_TRUE(pulse.waitForRecorder()) << murmurly->log().toStdString();
+    ASSERT_TRUE(pulse.play(sentence("sense_and_sensibility_01_austen_64kb-0890")));
+    keepRunning(300ms);
+    ASSERT_EQ(portal.deactivate(QStringLiteral("dictate")), 1u);
+
+    ASSERT_TRUE(waitUntil([&] { return !window->text().isEmpty(); }, insertionWait))
+        << murmurly->log().toStdString();
+    EXPECT_TRUE(control->waitForState(QStringLiteral("idle")));
+    const QString text = window->text();
+    std::printf("inserted: \"%s\"\n", qPrintable(text));
+    EXPECT_LE(wordErrors(QStringLiteral("unless to be rather cold hearted and rather selfish is to be ill "
+                                        "disposed"),
+                         text.trimmed())
+                  .rate(),
+              50.0)
+        << text.toStdString();
 }

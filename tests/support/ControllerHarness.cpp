@@ -39,7 +39,7 @@ AppController& ControllerHarness::controller() {
         }
         AppServices services{defaults,
                              clock,
-                             keyEvents,
+                             keySource ? *keySource : keyEvents,
                              keyState,
                              activeApplication,
                              clipboard,

@@ -54,6 +54,8 @@ public:
     ManualClock clock;
     MemoryDefaults defaults;
     FakeKeyEventSource keyEvents;
+    // A real key source to build the controller on instead of keyEvents; set before controller().
+    KeyEventSource* keySource = nullptr;
     FakeKeyState keyState;
     FakeActiveApplication activeApplication;
     FakeClipboard clipboard;

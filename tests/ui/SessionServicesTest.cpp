@@ -1,6 +1,7 @@
 // The session's choice of desktop services and what the Permissions tab says of it: an X11
 // session as before, and a Wayland session whose compositor offers neither data-control nor a
 // virtual keyboard, which still starts and says what is missing.
+#include "SettingsFixture.h"
 #include "UiTestSupport.h"
 
 #include "MemoryDefaults.h"
@@ -64,6 +65,7 @@ TEST(SessionServices, AnX11SessionKeepsTheX11ServicesAndSaysSo) {
     EXPECT_EQ(services.clipboardAccess(), SessionServices::ClipboardAccess::x11Selection);
     EXPECT_EQ(services.pasteChord(), SessionServices::PasteChord::xtest);
     EXPECT_TRUE(services.textInsertionDescription().working);
+    EXPECT_TRUE(services.triggerNote().isEmpty()); // the X server's keys need no word
     EXPECT_EQ(
         services.textInsertionDescription().detail,
         QStringLiteral("Pasted with Ctrl+V through the X server; the clipboard is put back afterwards."));
@@ -101,4 +103,13 @@ TEST(SessionServices, AWaylandSessionWithoutDataControlOrVirtualKeyboardStartsAn
     EXPECT_EQ(tab.serviceStatuses().at(1)->accessibleName(),
               QStringLiteral("Typing into other apps: not granted"));
     EXPECT_EQ(tab.serviceStatuses().at(0)->accessibleName(), QStringLiteral("Trigger key: granted"));
+
+    // The General tab shows, under the trigger, the lines to give the compositor.
+    murmurly::uitest::SettingsFixture settings(harness);
+    EXPECT_TRUE(settings.general->triggerNoteLabel()->isHidden());
+    settings.general->setTriggerNote(services.triggerNote());
+    EXPECT_FALSE(settings.general->triggerNoteLabel()->isHidden());
+    const QString note = settings.general->triggerNoteLabel()->text();
+    EXPECT_TRUE(note.contains(QStringLiteral("\"murmurly --press\" on press"))) << note.toStdString();
+    EXPECT_TRUE(note.contains(QStringLiteral("\"murmurly --release\" on release"))) << note.toStdString();
 }

@@ -131,6 +131,7 @@ bool LinuxPermissions::keyboardAccess() {
 }
 
 bool LinuxPermissions::requestKeyboardAccess() {
+    if (m_keyboardRequest) m_keyboardRequest();
     // X11 has no prompt to show: asking is checking.
     return keyboardAccess();
 }

@@ -30,6 +30,9 @@ public:
     // On a Wayland session the compositor, not the X server, decides whether keys can be read and
     // the paste chord posted: `check` answers instead of the X server from then on.
     void setKeyboardCheck(std::function<bool()> check) { m_keyboardOverride = std::move(check); }
+    // Where the desktop can be asked again for the trigger (its shortcuts portal), `ask` does so
+    // when the user requests keyboard access; the check answers afterwards.
+    void setKeyboardRequest(std::function<void()> ask) { m_keyboardRequest = std::move(ask); }
 
     bool keyboardAccess() override;
     bool requestKeyboardAccess() override;
@@ -45,6 +48,7 @@ private:
 
     std::shared_ptr<KeyboardCheck> m_keyboardCheck; // the last one started
     std::function<bool()> m_keyboardOverride;
+    std::function<void()> m_keyboardRequest;
     std::unique_ptr<PulseSourceMonitor> m_microphone;
 };
 
