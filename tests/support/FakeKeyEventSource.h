@@ -2,6 +2,8 @@
 
 #include "hotkey/KeyEventSource.h"
 
+#include <functional>
+#include <optional>
 #include <thread>
 
 namespace murmurly::testing {
@@ -24,6 +26,14 @@ public:
     }
     bool isRunning() const override { return running; }
     void setSwallowedKeys(const SwallowedKeys& keys) override { swallowed = keys; }
+    std::optional<QString> assignedTrigger() const override { return assigned; }
+    void setAssignmentObserver(std::function<void()> observer) override { m_observer = std::move(observer); }
+
+    // As a desktop that assigns the trigger's key itself, and says so.
+    void assign(const QString& trigger) {
+        assigned = trigger;
+        if (m_observer) m_observer();
+    }
 
     // The answer of the sink: whether the event was swallowed. Events sent while stopped reach no
     // one and pass through.
@@ -42,9 +52,11 @@ public:
     int starts = 0;
     int stops = 0;
     SwallowedKeys swallowed;
+    std::optional<QString> assigned;
 
 private:
     KeyEventSink* m_sink = nullptr;
+    std::function<void()> m_observer;
 };
 
 } // namespace murmurly::testing

@@ -69,6 +69,13 @@ struct RecorderFixture : SettingsFixture {
 
 // ---- the trigger recorder ----
 
+TEST(HotkeyRecorder, ShowsTheKeyTheDesktopAssignedWhereTheDesktopDecidesIt) {
+    ControllerHarness harness;
+    SettingsFixture f(harness);
+    harness.keyEvents.assign(QStringLiteral("Ctrl+Alt+D"));
+    EXPECT_EQ(f.general->recorderRow()->triggerLabel()->text(), QStringLiteral("Ctrl+Alt+D"));
+}
+
 TEST(HotkeyRecorder, ShowsTheTriggerAndRecordingStopsTheMonitor) {
     ControllerHarness harness;
     RecorderFixture f(harness);

@@ -64,6 +64,15 @@ TEST(MenuContent, IdleMenuListsEveryItemInOrder) {
     screenshotOf(f.menu(), QStringLiteral("menu-idle"));
 }
 
+TEST(MenuContent, TheTriggerShownIsTheKeyTheDesktopAssigned) {
+    ControllerHarness harness;
+    MenuFixture f(harness);
+    harness.keyEvents.assign(QStringLiteral("Ctrl+Alt+D"));
+    EXPECT_TRUE(f.items().contains(QStringLiteral("Hold Ctrl+Alt+D to dictate")))
+        << f.items().join(QLatin1Char('|')).toStdString();
+    EXPECT_FALSE(f.items().contains(QStringLiteral("Hold Right Alt to dictate")));
+}
+
 TEST(MenuContent, SessionCostIsAbsentAtZeroAndShownWithFourDecimalsAfterAPaidCleanup) {
     ControllerHarness harness;
     MenuFixture f(harness);
