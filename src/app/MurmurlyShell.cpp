@@ -79,14 +79,20 @@ void MurmurlyShell::openSettings() {
             page(SettingsTab::history, new HistoryTab(controller, m_dialogs, m_focusReturn)),
             page(SettingsTab::usage, new UsageTab(controller.usage())),
             page(SettingsTab::permissions,
-                 new PermissionsTab(controller, {serviceRow(m_app.session().keyReadingDescription()),
-                                                 serviceRow(m_app.session().textInsertionDescription())})),
+                 m_permissionsTab = new PermissionsTab(
+                     controller, {serviceRow(m_app.session().keyReadingDescription()),
+                                  serviceRow(m_app.session().textInsertionDescription())})),
         });
         const auto showTriggerNote = [this] { m_generalTab->setTriggerNote(m_app.session().triggerNote()); };
         showTriggerNote();
         connect(&controller, &AppController::hotkeyBindingChanged, m_generalTab, showTriggerNote);
-        if (PortalKeyEventSource* portal = m_app.session().shortcutsPortal())
+        if (PortalKeyEventSource* portal = m_app.session().shortcutsPortal()) {
             connect(portal, &PortalKeyEventSource::changed, m_generalTab, showTriggerNote);
+            // The desktop's answer to the shortcut (bound, refused, ended) shows in its row too.
+            connect(portal, &PortalKeyEventSource::changed, m_permissionsTab, [this] {
+                m_permissionsTab->setServiceRow(0, serviceRow(m_app.session().keyReadingDescription()));
+            });
+        }
         // The menu's shortcuts work only while the menu is open; these make Ctrl+comma and Ctrl+Q
         // work in the window too.
         m_window->addActions({m_menu->settingsAction(), m_menu->quitAction()});

@@ -13,6 +13,7 @@
 namespace murmurly {
 
 class GeneralTab;
+class PermissionsTab;
 class MenuContent;
 class MurmurlyApp;
 class SettingsWindow;
@@ -54,7 +55,8 @@ private:
     std::unique_ptr<TrayIcon> m_tray;
     std::unique_ptr<TraylessNotices> m_notices;
     std::unique_ptr<SettingsWindow> m_window;
-    GeneralTab* m_generalTab = nullptr; // owned by the window
+    GeneralTab* m_generalTab = nullptr;         // owned by the window
+    PermissionsTab* m_permissionsTab = nullptr; // owned by the window
 };
 
 } // namespace murmurly

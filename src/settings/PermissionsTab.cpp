@@ -111,6 +111,7 @@ PermissionsTab::PermissionsTab(AppController& controller, const QList<ServiceRow
         row.detail->setWordWrap(true);
         m_serviceStatuses << row.status;
         m_serviceDetails << row.detail;
+        m_serviceTitles << service.title;
     }
     layout->addStretch(1);
 
@@ -147,6 +148,12 @@ void PermissionsTab::keyboardAction() {
         m_controller.openSystemSettings(Permissions::keyboardPane);
     else
         m_controller.requestKeyboardAccess();
+}
+
+void PermissionsTab::setServiceRow(qsizetype index, const ServiceRow& row) {
+    if (index < 0 || index >= m_serviceDetails.size()) return;
+    m_serviceDetails.at(index)->setText(row.detail);
+    showStatus(m_serviceStatuses.at(index), row.working, m_serviceTitles.at(index));
 }
 
 } // namespace murmurly

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QStringList>
 #include <QWidget>
 
 class QLabel;
@@ -26,7 +27,8 @@ public:
         QStringLiteral("Status here updates automatically within a few seconds.");
 
     // How the session does one of the desktop services the program needs, shown as a row of its
-    // own under the permissions (the session's choice is made at start-up and does not change).
+    // own under the permissions. The session's choice is made at start-up; what the desktop
+    // answers to it (a shortcut bound or refused) may change the row later.
     struct ServiceRow {
         QString title;
         QString detail;
@@ -40,6 +42,8 @@ public:
     // The status signs of the service rows, in order.
     const QList<QLabel*>& serviceStatuses() const { return m_serviceStatuses; }
     const QList<QLabel*>& serviceDetails() const { return m_serviceDetails; }
+    // Shows `row` in place of the service row at `index`; its title stays.
+    void setServiceRow(qsizetype index, const ServiceRow& row);
 
     QLabel* microphoneStatus() const { return m_microphoneStatus; }
     QPushButton* microphoneButton() const { return m_microphoneButton; }
@@ -58,6 +62,7 @@ private:
     QPushButton* m_keyboardButton = nullptr;
     QList<QLabel*> m_serviceStatuses;
     QList<QLabel*> m_serviceDetails;
+    QStringList m_serviceTitles;
 };
 
 } // namespace murmurly

@@ -4,6 +4,7 @@
 #include "core/Permissions.h"
 #include "hotkey/HotkeyMonitor.h"
 
+#include <QLabel>
 #include <QPushButton>
 #include <QTest>
 
@@ -111,4 +112,22 @@ TEST(PermissionsTab, CheckStartsTheTriggerListenerThatFailedAtStartUp) {
     EXPECT_TRUE(f.controller.hotkeyMonitor().isRunning());
     harness.advance(6s);
     EXPECT_TRUE(f.controller.hotkeyMonitor().isRunning());
+}
+
+// What the desktop answers later (a shortcut it refused) replaces a service row's text and sign.
+TEST(PermissionsTab, AServiceRowFollowsTheDesktopsLaterAnswer) {
+    ControllerHarness harness;
+    PermissionsTab tab(
+        harness.controller(),
+        {{QStringLiteral("Trigger key"), QStringLiteral("Bound through the desktop's shortcuts."), true},
+         {QStringLiteral("Typing into other apps"), QStringLiteral("Pasted."), true}});
+    ASSERT_EQ(tab.serviceDetails().size(), 2);
+    tab.setServiceRow(
+        0, {QStringLiteral("Trigger key"), QStringLiteral("The desktop refused the shortcut."), false});
+    EXPECT_EQ(tab.serviceDetails().at(0)->text(), QStringLiteral("The desktop refused the shortcut."));
+    EXPECT_EQ(tab.serviceStatuses().at(0)->accessibleName(), QStringLiteral("Trigger key: not granted"));
+    EXPECT_EQ(tab.serviceDetails().at(1)->text(), QStringLiteral("Pasted."));
+    EXPECT_EQ(tab.serviceStatuses().at(1)->accessibleName(),
+              QStringLiteral("Typing into other apps: granted"));
+    tab.setServiceRow(2, {QStringLiteral("Nothing"), QStringLiteral("no such row"), false}); // ignored
 }
