@@ -1,7 +1,7 @@
 // The private desktop portal as a program sees it: Debian's xdg-desktop-portal on a private bus,
-// its global shortcuts served by the stand-in for the desktop. A bare QtDBus client talks to the
-// frontend exactly as on a desktop (requests answered by a Response signal at a path it can
-// predict from its handle token), while the test drives the desktop's side through the fixture.
+// its global shortcuts and remote desktop served by the stand-in for the desktop. A bare QtDBus client talks
+// to the frontend exactly as on a desktop (requests answered by a Response signal at a path it can predict
+// from its handle token), while the test drives the desktop's side through the fixture.
 #include "PrivateDesktopPortal.h"
 #include "PrivateSessionBus.h"
 #include "WaitUntil.h"
@@ -15,6 +15,7 @@
 #include <QDBusReply>
 #include <QDBusVariant>
 #include <QObject>
+#include <QUuid>
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,12 @@ namespace {
 const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
+const QString remoteDesktopInterface = QStringLiteral("org.freedesktop.portal.RemoteDesktop");
+// X keysyms and key states of the paste chord.
+constexpr int controlLeft = 0xffe3;
+constexpr int letterV = 0x76;
+constexpr uint pressed = 1;
+constexpr uint released = 0;
 const QString dictate = QStringLiteral("dictate");
 constexpr int callLimitMilliseconds = 10000;
 
@@ -92,7 +99,8 @@ public:
 
     // Calls `method` with `arguments` and options carrying a fresh handle token, after subscribing
     // to the Response at the path that token gives, and waits for the Response.
-    std::optional<Response> request(const QString& method, QVariantList arguments, QVariantMap options = {}) {
+    std::optional<Response> request(const QString& method, QVariantList arguments, QVariantMap options = {},
+                                    const QString& interface = shortcutsInterface) {
         const QString token = QStringLiteral("murmurly%1").arg(++m_tokens);
         const QString requestPath = pathFor(QStringLiteral("request"), token);
         if (!m_bus.connect(portalService, requestPath, QStringLiteral("org.freedesktop.portal.Request"),
@@ -102,8 +110,7 @@ public:
         }
         options.insert(QStringLiteral("handle_token"), token);
         arguments << options;
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(portalService, portalPath, shortcutsInterface, method);
+        QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath, interface, method);
         call.setArguments(arguments);
         const QDBusReply<QDBusObjectPath> handle = m_bus.call(call, QDBus::Block, callLimitMilliseconds);
         std::optional<Response> answer;
@@ -122,14 +129,14 @@ public:
     }
 
     // A new session, watched for Closed; its handle.
-    std::optional<QString> createSession() {
+    std::optional<QString> createSession(const QString& interface = shortcutsInterface) {
         const QString token = QStringLiteral("session%1").arg(++m_tokens);
         const QString expected = pathFor(QStringLiteral("session"), token);
         // Subscribed before the session exists: the desktop may end it at any time after.
         m_bus.connect(portalService, expected, QStringLiteral("org.freedesktop.portal.Session"),
                       QStringLiteral("Closed"), this, SLOT(sessionClosed(QDBusMessage)));
-        const auto answer =
-            request(QStringLiteral("CreateSession"), {}, {{QStringLiteral("session_handle_token"), token}});
+        const auto answer = request(QStringLiteral("CreateSession"), {},
+                                    {{QStringLiteral("session_handle_token"), token}}, interface);
         if (!answer || answer->code != 0) return std::nullopt;
         const QVariant handle = plain(answer->results.value(QStringLiteral("session_handle")));
         const QString path =
@@ -141,6 +148,33 @@ public:
     std::optional<Response> bind(const QString& session, const QList<PortalShortcutEntry>& shortcuts) {
         return request(QStringLiteral("BindShortcuts"), {QVariant::fromValue(QDBusObjectPath(session)),
                                                          QVariant::fromValue(shortcuts), QString()});
+    }
+
+    // A remote-desktop session with the keyboard selected under `options` (types, persist_mode,
+    // restore_token), started; the Start's response.
+    std::optional<Response> startRemoteDesktop(QString* session, const QVariantMap& options) {
+        const auto created = createSession(remoteDesktopInterface);
+        if (!created) return std::nullopt;
+        *session = *created;
+        const auto selected =
+            request(QStringLiteral("SelectDevices"), {QVariant::fromValue(QDBusObjectPath(*session))},
+                    options, remoteDesktopInterface);
+        if (!selected || selected->code != 0) {
+            ADD_FAILURE() << "SelectDevices was not answered with 0";
+            return std::nullopt;
+        }
+        return request(QStringLiteral("Start"), {QVariant::fromValue(QDBusObjectPath(*session)), QString()},
+                       {}, remoteDesktopInterface);
+    }
+
+    // NotifyKeyboardKeysym; the frontend's error, empty when it took the key.
+    QString notifyKeysym(const QString& session, int keysym, uint state) {
+        QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath, remoteDesktopInterface,
+                                                           QStringLiteral("NotifyKeyboardKeysym"));
+        call << QVariant::fromValue(QDBusObjectPath(session)) << QVariantMap() << keysym << state;
+        const QDBusMessage reply = m_bus.call(call, QDBus::Block, callLimitMilliseconds);
+        if (reply.type() == QDBusMessage::ReplyMessage) return {};
+        return reply.errorName() + QStringLiteral(": ") + reply.errorMessage();
     }
 
     bool closeSession(const QString& session) {
@@ -212,6 +246,11 @@ protected:
             client->bind(*session, {shortcut(dictate, QStringLiteral("Dictate"), QStringLiteral("F9"))});
         if (!answer || answer->code != 0) return std::nullopt;
         return session;
+    }
+
+    // The keyboard with the consent kept until revoked, as Murmurly asks for it.
+    static QVariantMap keyboardKeptUntilRevoked() {
+        return {{QStringLiteral("types"), 1u}, {QStringLiteral("persist_mode"), 2u}};
     }
 
     PrivateSessionBus bus;
@@ -468,6 +507,142 @@ TEST_F(PrivateDesktopPortalTest, NothingItStartedOutlivesIt) {
     portal.reset();
     EXPECT_TRUE(isGone(restarted));
     EXPECT_TRUE(isGone(standIn));
+}
+
+TEST_F(PrivateDesktopPortalTest, ARemoteDesktopStartAsksTheUserOnceAndGrantsTheKeyboard) {
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get << remoteDesktopInterface << QStringLiteral("AvailableDeviceTypes");
+    const QDBusReply<QDBusVariant> types = client->bus().call(get, QDBus::Block, callLimitMilliseconds);
+    ASSERT_TRUE(types.isValid()) << types.error().message().toStdString();
+    EXPECT_EQ(types.value().variant().toUInt(), 7u) << "what the desktop's side offers";
+    EXPECT_EQ(portal->consentRequests(), 0u);
+
+    QString session;
+    const auto started = client->startRemoteDesktop(&session, keyboardKeptUntilRevoked());
+    ASSERT_TRUE(started);
+    EXPECT_EQ(started->code, 0u);
+    EXPECT_EQ(plain(started->results.value(QStringLiteral("devices"))).toUInt(), 1u);
+    EXPECT_EQ(portal->consentRequests(), 1u);
+    EXPECT_EQ(portal->remoteDesktopSessions(), 1u);
+    EXPECT_EQ(portal->liveSessions(), 1u);
+    EXPECT_EQ(portal->sessionsBinding(dictate), 0u) << "not a shortcuts session";
+}
+
+TEST_F(PrivateDesktopPortalTest, KeysymsReachTheDesktopInTheOrderSent) {
+    QString session;
+    const auto started = client->startRemoteDesktop(&session, keyboardKeptUntilRevoked());
+    ASSERT_TRUE(started);
+    ASSERT_EQ(started->code, 0u);
+    const QList<QPair<int, uint>> chord{
+        {controlLeft, pressed}, {letterV, pressed}, {letterV, released}, {controlLeft, released}};
+    for (const auto& [keysym, state] : chord)
+        EXPECT_EQ(client->notifyKeysym(session, keysym, state), QString());
+    // The frontend answers before it passes the key on.
+    ASSERT_TRUE(
+        waitUntil([&] { return portal->keysyms().value_or(QList<QPair<int, uint>>()).size() >= 4; }, 30s));
+    EXPECT_EQ(portal->keysyms(), chord);
+}
+
+TEST_F(PrivateDesktopPortalTest, ThisFrontendHandsOutNoRestoreTokenSoEveryStartAsksTheUser) {
+    // xdg-desktop-portal 1.16 serves RemoteDesktop version 1: SelectDevices passes on only
+    // "types", so the desktop never hears of persist_mode or a token and cannot keep a consent.
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get << remoteDesktopInterface << QStringLiteral("version");
+    const QDBusReply<QDBusVariant> version = client->bus().call(get, QDBus::Block, callLimitMilliseconds);
+    ASSERT_TRUE(version.isValid()) << version.error().message().toStdString();
+    ASSERT_EQ(version.value().variant().toUInt(), 1u) << "a frontend that may keep consents; test its tokens";
+
+    QString first;
+    const auto granted = client->startRemoteDesktop(&first, keyboardKeptUntilRevoked());
+    ASSERT_TRUE(granted);
+    ASSERT_EQ(granted->code, 0u);
+    EXPECT_FALSE(granted->results.contains(QStringLiteral("restore_token")));
+    EXPECT_FALSE(granted->results.contains(QStringLiteral("restore_data")));
+    EXPECT_EQ(portal->consentRequests(), 1u);
+
+    // A token from an earlier run is taken without complaint, and changes nothing.
+    QVariantMap restoring = keyboardKeptUntilRevoked();
+    restoring.insert(QStringLiteral("restore_token"), QUuid::createUuid().toString(QUuid::WithoutBraces));
+    QString second;
+    const auto again = client->startRemoteDesktop(&second, restoring);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->code, 0u);
+    EXPECT_NE(second, first);
+    EXPECT_EQ(portal->consentRequests(), 2u) << "the user was asked again";
+    EXPECT_EQ(portal->remoteDesktopSessions(), 2u);
+}
+
+TEST_F(PrivateDesktopPortalTest, ADismissedConsentAnswersOneAndNoKeysAreTaken) {
+    ASSERT_TRUE(portal->setConsentAnswer(1));
+    QString session;
+    const auto dismissed = client->startRemoteDesktop(&session, keyboardKeptUntilRevoked());
+    ASSERT_TRUE(dismissed);
+    EXPECT_EQ(dismissed->code, 1u);
+    EXPECT_FALSE(dismissed->results.contains(QStringLiteral("devices")));
+    EXPECT_EQ(portal->consentRequests(), 1u);
+    EXPECT_NE(client->notifyKeysym(session, controlLeft, pressed), QString());
+    EXPECT_NE(client->notifyKeysym(session, letterV, pressed), QString());
+    // The frontend ends a session whose Start failed, on the desktop's side too.
+    EXPECT_TRUE(waitUntil([&] { return portal->remoteDesktopSessions() == 0u; }, 30s));
+    const auto keys = portal->keysyms();
+    ASSERT_TRUE(keys);
+    EXPECT_TRUE(keys->isEmpty());
+}
+
+// The desktop's side alone, called as a newer frontend would: restore data it handed out for a
+// granted consent lets a later session start without asking the user.
+TEST_F(PrivateDesktopPortalTest, TheDesktopsRestoreDataStartsALaterSessionWithoutAskingAgain) {
+    const QString impl = QStringLiteral("org.freedesktop.impl.portal.RemoteDesktop");
+    int calls = 0;
+    const auto call = [&](const QString& method, QVariantList arguments) {
+        const QString request = portalPath + QStringLiteral("/request/direct/r%1").arg(++calls);
+        arguments.prepend(QVariant::fromValue(QDBusObjectPath(request)));
+        QDBusMessage message =
+            QDBusMessage::createMethodCall(PrivateDesktopPortal::backendService, portalPath, impl, method);
+        message.setArguments(arguments);
+        return client->bus().call(message, QDBus::Block, callLimitMilliseconds);
+    };
+    const auto startSession = [&](const QString& session, const QVariantMap& options) {
+        const QDBusObjectPath path(session);
+        const QString app = QStringLiteral("com.qv.murmurly");
+        EXPECT_EQ(call(QStringLiteral("CreateSession"), {QVariant::fromValue(path), app, QVariantMap()})
+                      .arguments()
+                      .value(0),
+                  QVariant(0u));
+        EXPECT_EQ(call(QStringLiteral("SelectDevices"), {QVariant::fromValue(path), app, options})
+                      .arguments()
+                      .value(0),
+                  QVariant(0u));
+        return call(QStringLiteral("Start"), {QVariant::fromValue(path), app, QString(), QVariantMap()});
+    };
+
+    const QDBusMessage first =
+        startSession(portalPath + QStringLiteral("/session/direct/s1"), keyboardKeptUntilRevoked());
+    ASSERT_EQ(first.signature(), QStringLiteral("ua{sv}")) << first.errorMessage().toStdString();
+    ASSERT_EQ(first.arguments().at(0).toUInt(), 0u);
+    const QVariantMap results = qdbus_cast<QVariantMap>(first.arguments().at(1));
+    const QVariant restoreData = plain(results.value(QStringLiteral("restore_data")));
+    ASSERT_TRUE(restoreData.canConvert<QDBusArgument>());
+    EXPECT_EQ(restoreData.value<QDBusArgument>().currentSignature(), QStringLiteral("(suv)"));
+    EXPECT_EQ(plain(results.value(QStringLiteral("persist_mode"))).toUInt(), 2u);
+    EXPECT_EQ(portal->consentRequests(), 1u);
+
+    QVariantMap restoring = keyboardKeptUntilRevoked();
+    restoring.insert(QStringLiteral("restore_data"), restoreData);
+    const QDBusMessage second = startSession(portalPath + QStringLiteral("/session/direct/s2"), restoring);
+    ASSERT_EQ(second.signature(), QStringLiteral("ua{sv}")) << second.errorMessage().toStdString();
+    EXPECT_EQ(second.arguments().at(0).toUInt(), 0u);
+    EXPECT_EQ(portal->consentRequests(), 1u) << "restored, not asked";
+
+    // Restore data the desktop never issued is no consent.
+    QVariantMap unknown = keyboardKeptUntilRevoked();
+    unknown.insert(QStringLiteral("restore_data"),
+                   QVariant::fromValue(QDBusVariant(QStringLiteral("forged"))));
+    const QDBusMessage third = startSession(portalPath + QStringLiteral("/session/direct/s3"), unknown);
+    ASSERT_EQ(third.signature(), QStringLiteral("ua{sv}")) << third.errorMessage().toStdString();
+    EXPECT_EQ(portal->consentRequests(), 2u);
 }
 
 #include "PrivateDesktopPortalTest.moc"

@@ -58,7 +58,8 @@ PrivateDesktopPortal::PrivateDesktopPortal(const QString& busAddress)
                      "DBusName=" +
                      backendService.toUtf8() +
                      "\n"
-                     "Interfaces=org.freedesktop.impl.portal.GlobalShortcuts;\n"
+                     "Interfaces=org.freedesktop.impl.portal.GlobalShortcuts;"
+                     "org.freedesktop.impl.portal.RemoteDesktop;\n"
                      "UseIn=" +
                      desktopName.toUtf8() + "\n") < 0) {
         fail(QStringLiteral("cannot write the portal file"));
@@ -228,6 +229,33 @@ std::optional<uint> PrivateDesktopPortal::liveSessions() {
 
 std::optional<uint> PrivateDesktopPortal::sessionsBinding(const QString& id) {
     return countFromStandIn(QStringLiteral("SessionsBinding"), {id});
+}
+
+bool PrivateDesktopPortal::setConsentAnswer(uint response) {
+    return callStandIn(QStringLiteral("SetConsentAnswer"), {response}).has_value();
+}
+
+std::optional<uint> PrivateDesktopPortal::consentRequests() {
+    return countFromStandIn(QStringLiteral("ConsentRequests"));
+}
+
+std::optional<uint> PrivateDesktopPortal::remoteDesktopSessions() {
+    return countFromStandIn(QStringLiteral("RemoteDesktopSessions"));
+}
+
+std::optional<QList<QPair<int, uint>>> PrivateDesktopPortal::keysyms() {
+    const auto answer = callStandIn(QStringLiteral("Keysyms"));
+    if (!answer) return std::nullopt;
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(answer->toString().toUtf8(), &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isArray()) return std::nullopt;
+    QList<QPair<int, uint>> keys;
+    for (const QJsonValue& value : document.array()) {
+        const QJsonArray pair = value.toArray();
+        if (pair.size() != 2) return std::nullopt;
+        keys.append({pair.at(0).toInt(), static_cast<uint>(pair.at(1).toInteger())});
+    }
+    return keys;
 }
 
 std::optional<QList<PrivateDesktopPortal::BindRequest>> PrivateDesktopPortal::bindRequests() {

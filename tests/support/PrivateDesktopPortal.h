@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QList>
+#include <QPair>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
@@ -11,24 +12,29 @@
 namespace murmurly::testing {
 
 // The desktop portal of a test's own: Debian's real xdg-desktop-portal frontend on the private
-// session bus at `busAddress`, serving org.freedesktop.portal.GlobalShortcuts (as
-// org.freedesktop.portal.Desktop at /org/freedesktop/portal/desktop) through a stand-in for the
-// desktop's side that the test controls. The stand-in binds whatever it is asked without a
-// dialog; the test decides how binds are answered, which key the desktop assigns, and when a
-// shortcut is pressed or released, reassigned, or its session ended by the desktop.
+// session bus at `busAddress`, serving org.freedesktop.portal.GlobalShortcuts and
+// org.freedesktop.portal.RemoteDesktop (as org.freedesktop.portal.Desktop at
+// /org/freedesktop/portal/desktop) through a stand-in for the desktop's side that the test
+// controls. The stand-in binds whatever it is asked without a dialog; the test decides how binds
+// are answered, which key the desktop assigns, and when a shortcut is pressed or released,
+// reassigned, or its session ended by the desktop. For remote desktop it decides how the user
+// answers the consent a Start asks for, and sees the keys typed.
 //
 // The stand-in's control object, for a look with a D-Bus tool: the bus name
 // org.freedesktop.impl.portal.desktop.murmurlytest, path /control, interface
 // com.qv.murmurly.test.ShortcutsPortal, methods Activate(s)->u, Deactivate(s)->u,
 // SetBindAnswer(u), SetAssignedTrigger(ss), ChangeTrigger(ss)->u, CloseSessions()->u,
-// BindRequests()->s (JSON), LiveSessions()->u, SessionsBinding(s)->u.
+// BindRequests()->s (JSON), LiveSessions()->u, SessionsBinding(s)->u, SetConsentAnswer(u),
+// ConsentRequests()->u, Keysyms()->s (JSON), RemoteDesktopSessions()->u.
 //
 // A session counts as live from its creation until the client (through the frontend) closes it,
-// closeSessions() ends it, or the frontend that made it goes away. The bus has no service
-// activation, so the frontend runs without the document portal and the permission store; global
-// shortcuts need neither. Starting waits a bounded time until the frontend answers; both
-// processes are stopped when the object goes. Every call to the stand-in is bounded too: a
-// stand-in that does not answer gives nothing (or false), never a hang.
+// closeSessions() ends it, or the frontend that made it goes away; sessions of both portals
+// count. The bus has no service activation, so the frontend runs without the document portal and
+// the permission store; global shortcuts need neither, and this frontend (1.16) keeps no
+// remote-desktop consents: it passes neither persist_mode nor restore_token to the desktop.
+// Starting waits a bounded time until the frontend answers; both processes are stopped when the
+// object goes. Every call to the stand-in is bounded too: a stand-in that does not answer gives
+// nothing (or false), never a hang.
 class PrivateDesktopPortal {
 public:
     static inline const QString backendService =
@@ -78,6 +84,17 @@ public:
     // How many sessions are live, and how many of them have `id` bound.
     std::optional<uint> liveSessions();
     std::optional<uint> sessionsBinding(const QString& id);
+
+    // How following remote-desktop Starts that ask the user are answered: 0 granted (the
+    // keyboard), 1 dismissed by the user.
+    bool setConsentAnswer(uint response);
+    // How many Starts asked the user; a Start with restore data the desktop issued does not.
+    std::optional<uint> consentRequests();
+    // Every key the desktop accepted through NotifyKeyboardKeysym, oldest first: the keysym and
+    // its state (1 pressed, 0 released).
+    std::optional<QList<QPair<int, uint>>> keysyms();
+    // How many remote-desktop sessions are live.
+    std::optional<uint> remoteDesktopSessions();
 
     // The portal restarting: stops the frontend, waits until the desktop's side has dropped its
     // sessions, and starts it again, waiting as at the start. Clients are not told beyond the

@@ -1,11 +1,15 @@
-// The desktop's side of the global-shortcuts portal, for the tests: what xdg-desktop-portal calls
-// as the backend of org.freedesktop.portal.GlobalShortcuts. It binds whatever it is asked without
-// a dialog, and the test, through a control object, decides how binds are answered, which keys
-// the desktop assigns, and when shortcuts fire, change or sessions end.
+// The desktop's side of the global-shortcuts and remote-desktop portals, for the tests: what
+// xdg-desktop-portal calls as the backend of org.freedesktop.portal.GlobalShortcuts and
+// org.freedesktop.portal.RemoteDesktop. It binds whatever it is asked without a dialog, and the
+// test, through a control object, decides how binds are answered, which keys the desktop assigns,
+// and when shortcuts fire, change or sessions end; how the user answers a remote-desktop consent,
+// and which keys were typed through it.
 //
 // On the session bus of its environment it owns org.freedesktop.impl.portal.desktop.murmurlytest
 // and serves
 //   /org/freedesktop/portal/desktop   org.freedesktop.impl.portal.GlobalShortcuts (version 1)
+//                                     org.freedesktop.impl.portal.RemoteDesktop (version 2,
+//                                     keyboard keysyms only)
 //   …/session/…                       org.freedesktop.impl.portal.Session of each live session
 //   …/request/…                       org.freedesktop.impl.portal.Request (every call is answered
 //                                     at once, so Close has nothing to end)
@@ -20,7 +24,17 @@
 //                                                  bound it and tells each with ShortcutsChanged
 //   CloseSessions() -> u                           ends every live session as a desktop would
 //   BindRequests() -> s                            every bind received, in order, as JSON
-//   LiveSessions() -> u, SessionsBinding(s id) -> u
+//   LiveSessions() -> u, SessionsBinding(s id) -> u   sessions of both kinds count as live
+//   SetConsentAnswer(u response)                   how following remote-desktop Starts that ask
+//                                                  the user are answered (0 granted, 1 dismissed)
+//   ConsentRequests() -> u                         how many Starts asked the user
+//   Keysyms() -> s                                 every keysym accepted, in order, as JSON
+//                                                  [[keysym, state], ...]
+//   RemoteDesktopSessions() -> u                   live remote-desktop sessions
+//
+// A Start asks the user unless its SelectDevices carried restore data this process issued; a
+// granted Start with persist_mode 1 or 2 answers such data ("restore_data", (suv)), as a desktop
+// that remembers the consent.
 //
 // A session lives from its creation until the frontend closes it, CloseSessions ends it, or the
 // frontend that created it leaves the bus. Every call is logged on stderr. SIGTERM ends it.
@@ -58,6 +72,7 @@ const QString serviceName = QStringLiteral("org.freedesktop.impl.portal.desktop.
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString controlPath = QStringLiteral("/control");
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.impl.portal.GlobalShortcuts");
+const QString remoteDesktopInterface = QStringLiteral("org.freedesktop.impl.portal.RemoteDesktop");
 const QString sessionInterface = QStringLiteral("org.freedesktop.impl.portal.Session");
 const QString requestInterface = QStringLiteral("org.freedesktop.impl.portal.Request");
 const QString controlInterface = QStringLiteral("com.qv.murmurly.test.ShortcutsPortal");
@@ -83,6 +98,56 @@ QList<PortalShortcutEntry> readShortcuts(const QVariant& value) {
     const QDBusArgument argument = value.value<QDBusArgument>();
     argument >> entries;
     return entries;
+}
+
+// Restore data as the remote-desktop portal passes it: the vendor, the version of the vendor's
+// data, and the data, here the id of the consent it stands for.
+const QString restoreVendor = QStringLiteral("murmurlytest");
+constexpr uint restoreVersion = 1;
+
+struct RestoreData {
+    QString vendor;
+    uint version = 0;
+    QDBusVariant data;
+};
+
+QDBusArgument& operator<<(QDBusArgument& argument, const RestoreData& restore) {
+    argument.beginStructure();
+    argument << restore.vendor << restore.version << restore.data;
+    argument.endStructure();
+    return argument;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& argument, RestoreData& restore) {
+    argument.beginStructure();
+    argument >> restore.vendor >> restore.version >> restore.data;
+    argument.endStructure();
+    return argument;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(RestoreData)
+
+namespace {
+
+// The consent id in `options`' restore data, if it is this stand-in's kind.
+QString restoredConsent(const QVariantMap& options) {
+    QVariant value = options.value(QStringLiteral("restore_data"));
+    if (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
+    if (!value.canConvert<QDBusArgument>()) return {};
+    const QDBusArgument argument = value.value<QDBusArgument>();
+    if (argument.currentSignature() != QLatin1String("(suv)")) return {};
+    RestoreData restore;
+    argument >> restore;
+    if (restore.vendor != restoreVendor || restore.version != restoreVersion) return {};
+    return restore.data.variant().toString();
+}
+
+uint uintOption(const QVariantMap& options, const QString& key, uint fallback) {
+    QVariant value = options.value(key);
+    if (value.canConvert<QDBusVariant>()) value = value.value<QDBusVariant>().variant();
+    return value.metaType().id() == QMetaType::UInt ? value.toUInt() : fallback;
 }
 
 qulonglong monotonicMilliseconds() {
@@ -113,6 +178,13 @@ private:
         QString creator; // the frontend's unique name
         QString appId;
         QList<BoundShortcut> shortcuts;
+        // Remote desktop only.
+        bool remoteDesktop = false;
+        uint types = 0;
+        uint persistMode = 0;
+        QString restoredConsent; // the consent its restore data stood for, if one issued here
+        bool started = false;
+        uint devices = 0;
     };
 
     // The portal's side, called by the frontend.
@@ -121,6 +193,11 @@ private:
     void listShortcuts(const QDBusMessage& message);
     void closeSession(const QDBusMessage& message);
     void properties(const QDBusMessage& message);
+    void remoteDesktop(const QDBusMessage& message);
+    void createRemoteDesktopSession(const QDBusMessage& message);
+    void selectDevices(const QDBusMessage& message);
+    void start(const QDBusMessage& message);
+    void notifyKeyboardKeysym(const QDBusMessage& message);
     // The test's side.
     void control(const QDBusMessage& message);
     uint signalEdge(const QString& name, const QString& id);
@@ -141,6 +218,11 @@ private:
     uint m_bindAnswer = 0;
     QMap<QString, QString> m_assignedTriggers;
     QJsonArray m_bindRequests;
+    uint m_consentAnswer = 0;
+    uint m_consentRequests = 0;
+    uint m_consentsIssued = 0;
+    QStringList m_issuedConsents;
+    QJsonArray m_keysyms;
 };
 
 QString StandInPortal::introspect(const QString& path) const {
@@ -155,6 +237,10 @@ QString StandInPortal::introspect(const QString& path) const {
   <method name="BindRequests"><arg type="s" direction="out"/></method>
   <method name="LiveSessions"><arg type="u" direction="out"/></method>
   <method name="SessionsBinding"><arg type="s" direction="in"/><arg type="u" direction="out"/></method>
+  <method name="SetConsentAnswer"><arg type="u" direction="in"/></method>
+  <method name="ConsentRequests"><arg type="u" direction="out"/></method>
+  <method name="Keysyms"><arg type="s" direction="out"/></method>
+  <method name="RemoteDesktopSessions"><arg type="u" direction="out"/></method>
 </interface>
 )xml");
     if (path == portalPath)
@@ -165,6 +251,14 @@ QString StandInPortal::introspect(const QString& path) const {
   <signal name="Activated"><arg type="o"/><arg type="s"/><arg type="t"/><arg type="a{sv}"/></signal>
   <signal name="Deactivated"><arg type="o"/><arg type="s"/><arg type="t"/><arg type="a{sv}"/></signal>
   <signal name="ShortcutsChanged"><arg type="o"/><arg type="a(sa{sv})"/></signal>
+  <property name="version" type="u" access="read"/>
+</interface>
+<interface name="org.freedesktop.impl.portal.RemoteDesktop">
+  <method name="CreateSession"><arg type="o" direction="in"/><arg type="o" direction="in"/><arg type="s" direction="in"/><arg type="a{sv}" direction="in"/><arg type="u" direction="out"/><arg type="a{sv}" direction="out"/></method>
+  <method name="SelectDevices"><arg type="o" direction="in"/><arg type="o" direction="in"/><arg type="s" direction="in"/><arg type="a{sv}" direction="in"/><arg type="u" direction="out"/><arg type="a{sv}" direction="out"/></method>
+  <method name="Start"><arg type="o" direction="in"/><arg type="o" direction="in"/><arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="a{sv}" direction="in"/><arg type="u" direction="out"/><arg type="a{sv}" direction="out"/></method>
+  <method name="NotifyKeyboardKeysym"><arg type="o" direction="in"/><arg type="a{sv}" direction="in"/><arg type="i" direction="in"/><arg type="u" direction="in"/></method>
+  <property name="AvailableDeviceTypes" type="u" access="read"/>
   <property name="version" type="u" access="read"/>
 </interface>
 )xml");
@@ -192,6 +286,10 @@ bool StandInPortal::handleMessage(const QDBusMessage& message, const QDBusConnec
     }
     if (path == controlPath && (interface.isEmpty() || interface == controlInterface)) {
         control(message);
+        return true;
+    }
+    if (path == portalPath && interface == remoteDesktopInterface) {
+        remoteDesktop(message);
         return true;
     }
     if (path == portalPath) {
@@ -229,7 +327,9 @@ void StandInPortal::createSession(const QDBusMessage& message) {
         return;
     }
     const QString handle = args.at(1).value<QDBusObjectPath>().path();
-    Session session{message.service(), args.at(2).toString(), {}};
+    Session session;
+    session.creator = message.service();
+    session.appId = args.at(2).toString();
     logLine(
         QStringLiteral("CreateSession %1 app_id '%2' from %3").arg(handle, session.appId, session.creator));
     m_frontends.addWatchedService(session.creator);
@@ -308,6 +408,19 @@ void StandInPortal::properties(const QDBusMessage& message) {
     // with a version have any.
     const QVariantList args = message.arguments();
     const QString interface = args.value(0).toString();
+    if (message.path() == portalPath && interface == remoteDesktopInterface) {
+        // Keyboard, pointer and touchscreen, as a desktop offers; only keysyms are served.
+        const QVariantMap all{{QStringLiteral("AvailableDeviceTypes"), 7u}, {QStringLiteral("version"), 2u}};
+        if (message.member() == QLatin1String("GetAll") && args.size() == 1)
+            reply(message, {all});
+        else if (message.member() == QLatin1String("Get") && args.size() == 2 &&
+                 all.contains(args.at(1).toString()))
+            reply(message, {QVariant::fromValue(QDBusVariant(all.value(args.at(1).toString())))});
+        else
+            fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
+                 QStringLiteral("no such property"));
+        return;
+    }
     const bool versioned = (message.path() == portalPath && interface == shortcutsInterface) ||
                            (message.path().startsWith(portalPath + QStringLiteral("/session/")) &&
                             interface == sessionInterface);
@@ -347,10 +460,145 @@ void StandInPortal::control(const QDBusMessage& message) {
         reply(message, {static_cast<uint>(m_sessions.size())});
     } else if (member == QLatin1String("SessionsBinding") && signature == QLatin1String("s")) {
         reply(message, {sessionsBinding(args.at(0).toString())});
+    } else if (member == QLatin1String("SetConsentAnswer") && signature == QLatin1String("u")) {
+        m_consentAnswer = args.at(0).toUInt();
+        reply(message);
+    } else if (member == QLatin1String("ConsentRequests") && signature.isEmpty()) {
+        reply(message, {m_consentRequests});
+    } else if (member == QLatin1String("Keysyms") && signature.isEmpty()) {
+        reply(message, {QString::fromUtf8(QJsonDocument(m_keysyms).toJson(QJsonDocument::Compact))});
+    } else if (member == QLatin1String("RemoteDesktopSessions") && signature.isEmpty()) {
+        uint count = 0;
+        for (const Session& session : std::as_const(m_sessions))
+            if (session.remoteDesktop) ++count;
+        reply(message, {count});
     } else {
         fail(message, QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"),
              QStringLiteral("%1(%2)").arg(member, signature));
     }
+}
+
+void StandInPortal::remoteDesktop(const QDBusMessage& message) {
+    const QString member = message.member();
+    if (member == QLatin1String("CreateSession"))
+        createRemoteDesktopSession(message);
+    else if (member == QLatin1String("SelectDevices"))
+        selectDevices(message);
+    else if (member == QLatin1String("Start"))
+        start(message);
+    else if (member == QLatin1String("NotifyKeyboardKeysym"))
+        notifyKeyboardKeysym(message);
+    else
+        fail(message, QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"), member);
+}
+
+void StandInPortal::createRemoteDesktopSession(const QDBusMessage& message) {
+    const QVariantList args = message.arguments();
+    if (message.signature() != QLatin1String("oosa{sv}")) {
+        fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"), message.signature());
+        return;
+    }
+    const QString handle = args.at(1).value<QDBusObjectPath>().path();
+    Session session;
+    session.creator = message.service();
+    session.appId = args.at(2).toString();
+    session.remoteDesktop = true;
+    logLine(QStringLiteral("RemoteDesktop.CreateSession %1 app_id '%2' from %3")
+                .arg(handle, session.appId, session.creator));
+    m_frontends.addWatchedService(session.creator);
+    m_sessions.insert(handle, session);
+    reply(message, {0u, QVariantMap()});
+}
+
+void StandInPortal::selectDevices(const QDBusMessage& message) {
+    const QVariantList args = message.arguments();
+    if (message.signature() != QLatin1String("oosa{sv}")) {
+        fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"), message.signature());
+        return;
+    }
+    const QString handle = args.at(1).value<QDBusObjectPath>().path();
+    const QVariantMap options = qdbus_cast<QVariantMap>(args.at(3));
+    const auto session = m_sessions.find(handle);
+    if (session == m_sessions.end() || !session->remoteDesktop || session->started) {
+        logLine(QStringLiteral("SelectDevices %1: no such session to select for").arg(handle));
+        reply(message, {2u, QVariantMap()});
+        return;
+    }
+    session->types = uintOption(options, QStringLiteral("types"), 7u);
+    session->persistMode = uintOption(options, QStringLiteral("persist_mode"), 0u);
+    const QString consent = restoredConsent(options);
+    session->restoredConsent = m_issuedConsents.contains(consent) ? consent : QString();
+    logLine(QStringLiteral("SelectDevices %1 options %2: types %3, persist_mode %4, restoring '%5'")
+                .arg(handle, QStringList(options.keys()).join(QLatin1Char(',')))
+                .arg(session->types)
+                .arg(session->persistMode)
+                .arg(session->restoredConsent));
+    reply(message, {0u, QVariantMap()});
+}
+
+void StandInPortal::start(const QDBusMessage& message) {
+    const QVariantList args = message.arguments();
+    if (message.signature() != QLatin1String("oossa{sv}")) {
+        fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"), message.signature());
+        return;
+    }
+    const QString handle = args.at(1).value<QDBusObjectPath>().path();
+    const auto session = m_sessions.find(handle);
+    if (session == m_sessions.end() || !session->remoteDesktop || session->started) {
+        logLine(QStringLiteral("Start %1: no such session to start").arg(handle));
+        reply(message, {2u, QVariantMap()});
+        return;
+    }
+    // Restore data this desktop handed out stands for a consent already given.
+    QString consent = session->restoredConsent;
+    uint response = 0;
+    if (consent.isEmpty()) {
+        ++m_consentRequests;
+        response = m_consentAnswer;
+        if (response == 0) {
+            consent = QStringLiteral("consent-%1").arg(++m_consentsIssued);
+            m_issuedConsents << consent;
+        }
+    }
+    logLine(QStringLiteral("Start %1: %2, answered %3")
+                .arg(handle, session->restoredConsent.isEmpty() ? QStringLiteral("asked the user")
+                                                                : QStringLiteral("restored ") + consent)
+                .arg(response));
+    if (response != 0) {
+        reply(message, {response, QVariantMap()});
+        return;
+    }
+    session->started = true;
+    session->devices = session->types & 1u;
+    QVariantMap results{{QStringLiteral("devices"), session->devices}};
+    if (session->persistMode != 0) {
+        results.insert(
+            QStringLiteral("restore_data"),
+            QVariant::fromValue(RestoreData{restoreVendor, restoreVersion, QDBusVariant(consent)}));
+        results.insert(QStringLiteral("persist_mode"), session->persistMode);
+    }
+    reply(message, {0u, results});
+}
+
+void StandInPortal::notifyKeyboardKeysym(const QDBusMessage& message) {
+    const QVariantList args = message.arguments();
+    if (message.signature() != QLatin1String("oa{sv}iu")) {
+        fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"), message.signature());
+        return;
+    }
+    const QString handle = args.at(0).value<QDBusObjectPath>().path();
+    const int keysym = args.at(2).toInt();
+    const uint state = args.at(3).toUInt();
+    const auto session = m_sessions.constFind(handle);
+    if (session == m_sessions.constEnd() || !session->remoteDesktop || !session->started ||
+        (session->devices & 1u) == 0) {
+        fail(message, QStringLiteral("org.freedesktop.DBus.Error.AccessDenied"),
+             QStringLiteral("no keyboard was granted to ") + handle);
+        return;
+    }
+    m_keysyms.append(QJsonArray{keysym, static_cast<qint64>(state)});
+    logLine(QStringLiteral("NotifyKeyboardKeysym %1 0x%2 %3").arg(handle).arg(keysym, 0, 16).arg(state));
+    reply(message);
 }
 
 uint StandInPortal::signalEdge(const QString& name, const QString& id) {
@@ -463,6 +711,7 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     qDBusRegisterMetaType<PortalShortcutEntry>();
     qDBusRegisterMetaType<QList<PortalShortcutEntry>>();
+    qDBusRegisterMetaType<RestoreData>();
 
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, terminationPipe) != 0) return 1;
     QSocketNotifier termination(terminationPipe[0], QSocketNotifier::Read);
