@@ -136,6 +136,10 @@ bool LinuxPermissions::requestKeyboardAccess() {
     return keyboardAccess();
 }
 
+int LinuxPermissions::microphoneAnswerWaits() const {
+    return m_microphone->answerWaits();
+}
+
 bool LinuxPermissions::microphoneAuthorized() {
     return m_microphone->hasSource();
 }

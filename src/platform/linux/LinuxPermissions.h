@@ -38,6 +38,8 @@ public:
     bool requestKeyboardAccess() override;
 
     bool microphoneAuthorized() override;
+    // How many microphone reads have waited for the audio server (only the first may).
+    int microphoneAnswerWaits() const;
     QCoro::Task<bool> requestMicrophoneAccess() override;
 
     // Starts the desktop's sound or keyboard settings program, the first one found on PATH.

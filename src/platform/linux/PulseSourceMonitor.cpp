@@ -68,6 +68,7 @@ bool PulseSourceMonitor::hasSource() {
 
     // The first read: a local server answers within milliseconds, so waiting a little gives the
     // real answer instead of a "no" that the next read would correct.
+    ++m_answerWaits;
     LoopLock lock(m_mainloop);
     const std::uint64_t check = m_connectCheck;
     pa_mainloop_api* api = pa_threaded_mainloop_get_api(m_mainloop);

@@ -38,6 +38,8 @@ public:
     bool hasSource();
     // The answer as it stands, without starting anything or waiting.
     bool lastAnswer() const { return m_hasSource.load(); }
+    // How many reads have waited for the server (only the first may).
+    int answerWaits() const { return m_answerWaits; }
 
     // Asks the server afresh (connecting at once if there is no connection) and returns the
     // number of that check, answered when it or a later one has its answer.
@@ -74,6 +76,7 @@ private:
     std::atomic<std::uint64_t> m_answeredCheck{0};
 
     // Main thread.
+    int m_answerWaits = 0;
     QTimer m_retry;
     QTimer m_connectTimeout;
 };
