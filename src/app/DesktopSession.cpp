@@ -1,6 +1,7 @@
 #include "app/DesktopSession.h"
 
 #include "app/PortalShortcutSession.h"
+#include "app/RemoteDesktopPasteKeys.h"
 
 #include "platform/wayland/WaylandConnection.h"
 
@@ -22,8 +23,11 @@ DesktopSession DesktopSession::detect(const QProcessEnvironment& environment) {
         session.globals = *interfaces;
     }
     // Only a Wayland session needs the portal: on X11 the keyboard is read directly.
-    if (!environment.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")).isEmpty())
+    if (!environment.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")).isEmpty()) {
         session.offersShortcutsPortal = PortalShortcutSession::isOffered(QDBusConnection::sessionBus());
+        if (!session.offersVirtualKeyboard())
+            session.offersRemoteDesktop = RemoteDesktopPasteKeys::isOffered(QDBusConnection::sessionBus());
+    }
     return session;
 }
 

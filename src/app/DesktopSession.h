@@ -21,6 +21,9 @@ struct DesktopSession {
     QList<QByteArray> globals; // the compositor's interfaces
     // The session bus has the desktop portal's global shortcuts (asked on Wayland sessions only).
     bool offersShortcutsPortal = false;
+    // The session bus has the desktop portal's remote desktop with a keyboard (asked on Wayland
+    // sessions whose compositor offers no virtual keyboard).
+    bool offersRemoteDesktop = false;
 
     // Reads the environment; on a Wayland session asks the compositor for its globals and the
     // session bus for the shortcuts portal (both bounded).

@@ -1,6 +1,7 @@
 #include "app/MurmurlyApp.h"
 
 #include "app/PortalKeyEventSource.h"
+#include "app/RemoteDesktopPasteKeys.h"
 #include "core/AppController.h"
 #include "core/Log.h"
 #include "records/HistoryStore.h"
@@ -24,10 +25,16 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
         qCInfo(lcApp, "Renewed the autostart entry: a start at login now opens no window");
     if (m_session.session().kind == DesktopSession::Kind::wayland)
         m_permissions.setKeyboardCheck([this] { return m_session.waylandKeyboardWorks(); });
-    if (PortalKeyEventSource* portal = m_session.shortcutsPortal()) {
-        // A shortcut the desktop refused is asked for again only when the user asks.
-        m_permissions.setKeyboardRequest([portal] {
-            if (portal->isRefused()) portal->retry();
+    // What the desktop refused (the trigger's shortcut, the permission to press keys) is asked
+    // for again only when the user asks.
+    PortalKeyEventSource* portal = m_session.shortcutsPortal();
+    RemoteDesktopPasteKeys* remoteDesktop = m_session.remoteDesktop();
+    if (portal || remoteDesktop) {
+        m_permissions.setKeyboardRequest([portal, remoteDesktop] {
+            if (portal && portal->isRefused()) portal->retry();
+            if (remoteDesktop && (remoteDesktop->state() == RemoteDesktopPasteKeys::State::refused ||
+                                  remoteDesktop->state() == RemoteDesktopPasteKeys::State::ended))
+                remoteDesktop->start();
         });
     }
     m_controller = std::make_unique<AppController>(AppServices{

@@ -3,6 +3,7 @@
 #include "app/MenuContent.h"
 #include "app/MurmurlyApp.h"
 #include "app/PortalKeyEventSource.h"
+#include "app/RemoteDesktopPasteKeys.h"
 #include "app/TrayIcon.h"
 #include "app/TraylessNotices.h"
 #include "core/AppController.h"
@@ -91,6 +92,11 @@ void MurmurlyShell::openSettings() {
             // The desktop's answer to the shortcut (bound, refused, ended) shows in its row too.
             connect(portal, &PortalKeyEventSource::changed, m_permissionsTab, [this] {
                 m_permissionsTab->setServiceRow(0, serviceRow(m_app.session().keyReadingDescription()));
+            });
+        }
+        if (RemoteDesktopPasteKeys* remoteDesktop = m_app.session().remoteDesktop()) {
+            connect(remoteDesktop, &RemoteDesktopPasteKeys::stateChanged, m_permissionsTab, [this] {
+                m_permissionsTab->setServiceRow(1, serviceRow(m_app.session().textInsertionDescription()));
             });
         }
         // The menu's shortcuts work only while the menu is open; these make Ctrl+comma and Ctrl+Q

@@ -1,26 +1,23 @@
 #include "app/PortalShortcutSession.h"
 
+#include "app/PortalRequest.h"
 #include "app/PortalShortcutEntry.h"
 #include "core/Log.h"
 
 #include <QDBusArgument>
 #include <QDBusInterface>
 #include <QDBusMetaType>
-#include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
-#include <QTimer>
 #include <QUuid>
 
 namespace murmurly {
 
 namespace {
 
-const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request");
 const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
 
-// How long the portal may take to create a session; a bind may wait for the user much longer.
-constexpr int createLimitMilliseconds = PortalShortcutSession::callLimitMilliseconds;
+// A bind may wait for the user much longer than a call.
 constexpr int bindLimitMilliseconds = 120'000;
 
 void registerTypes() {
@@ -66,28 +63,13 @@ PortalShortcutSession::PortalShortcutSession(QDBusConnection bus, QList<Shortcut
     for (const char* name : {"Activated", "Deactivated", "ShortcutsChanged"})
         m_bus.connect(service, path, interface, QLatin1String(name), this, SLOT(portalSignal(QDBusMessage)));
 
-    const QString request = requestPath(m_token + QStringLiteral("_create"));
-    if (!subscribeResponse(request, SLOT(createResponse(QDBusMessage)))) {
-        // Told on the next turn, so the owner has connected to the signal by then.
-        QTimer::singleShot(0, this, [this] { refuse(QStringLiteral("The session bus cannot be watched.")); });
-        return;
-    }
-    m_pendingRequest = request;
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(service, path, interface, QStringLiteral("CreateSession"));
-    call << QVariantMap{{QStringLiteral("handle_token"), m_token + QStringLiteral("_create")},
-                        {QStringLiteral("session_handle_token"), m_token}};
-    auto* pending = new QDBusPendingCallWatcher(m_bus.asyncCall(call, callLimitMilliseconds), this);
-    connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
-        finished->deleteLater();
-        if (finished->isError() && m_state == State::opening)
-            refuse(QStringLiteral("The desktop's shortcuts portal did not answer: ") +
-                   finished->error().message());
-    });
-    QTimer::singleShot(createLimitMilliseconds, this, [this] {
-        if (m_state == State::opening && m_sessionHandle.isEmpty())
-            refuse(QStringLiteral("The desktop's shortcuts portal did not create a session in time."));
-    });
+    PortalRequest::call(
+        m_bus, interface, QStringLiteral("CreateSession"),
+        {QVariantMap{{QStringLiteral("session_handle_token"), m_token}}}, this,
+        [this](uint response, const QVariantMap& results, const QString& error) {
+            created(response, results, error);
+        },
+        callLimitMilliseconds);
 }
 
 PortalShortcutSession::~PortalShortcutSession() {
@@ -109,48 +91,32 @@ std::optional<QString> PortalShortcutSession::triggerDescription(const QString& 
     return std::nullopt;
 }
 
-QString PortalShortcutSession::requestPath(const QString& token) const {
-    // The portal names each request after the caller's unique name and the token it chose.
-    QString sender = m_bus.baseService();
-    sender.remove(0, sender.startsWith(QLatin1Char(':')) ? 1 : 0);
-    sender.replace(QLatin1Char('.'), QLatin1Char('_'));
-    return path + QStringLiteral("/request/") + sender + QLatin1Char('/') + token;
-}
-
-bool PortalShortcutSession::subscribeResponse(const QString& requestPath, const char* slot) {
-    return m_bus.connect(service, requestPath, requestInterface, QStringLiteral("Response"), this, slot);
-}
-
-void PortalShortcutSession::createResponse(const QDBusMessage& message) {
-    if (message.path() != m_pendingRequest || m_state != State::opening) return;
-    m_bus.disconnect(service, m_pendingRequest, requestInterface, QStringLiteral("Response"), this,
-                     SLOT(createResponse(QDBusMessage)));
-    const QList<QVariant> arguments = message.arguments();
-    const uint response = arguments.value(0).toUInt();
-    const QVariantMap results = qdbus_cast<QVariantMap>(arguments.value(1));
-    if (response != 0 || !results.contains(QStringLiteral("session_handle"))) {
-        refuse(QStringLiteral("The desktop did not open a shortcuts session."));
-        return;
-    }
+void PortalShortcutSession::created(uint response, const QVariantMap& results, const QString& error) {
     // Sent as a string by the portal for historical reasons; an object path is accepted too.
     const QVariant handle = results.value(QStringLiteral("session_handle"));
-    m_sessionHandle =
-        handle.canConvert<QDBusObjectPath>() && handle.userType() == qMetaTypeId<QDBusObjectPath>()
-            ? handle.value<QDBusObjectPath>().path()
-            : handle.toString();
+    const QString sessionHandle = handle.userType() == qMetaTypeId<QDBusObjectPath>()
+                                      ? handle.value<QDBusObjectPath>().path()
+                                      : handle.toString();
+    if (m_state != State::opening) {
+        // Closed while the desktop made it: it is closed on the desktop's side too.
+        if (response == 0 && !sessionHandle.isEmpty())
+            m_bus.asyncCall(QDBusMessage::createMethodCall(service, sessionHandle, sessionInterface,
+                                                           QStringLiteral("Close")),
+                            callLimitMilliseconds);
+        return;
+    }
+    if (response != 0 || sessionHandle.isEmpty()) {
+        refuse(error.isEmpty() ? QStringLiteral("The desktop did not open a shortcuts session.")
+                               : QStringLiteral("The desktop's shortcuts portal did not answer: ") + error);
+        return;
+    }
+    m_sessionHandle = sessionHandle;
     m_bus.connect(service, m_sessionHandle, sessionInterface, QStringLiteral("Closed"), this,
                   SLOT(sessionClosed(QDBusMessage)));
     bind();
 }
 
 void PortalShortcutSession::bind() {
-    const QString token = m_token + QStringLiteral("_bind");
-    const QString request = requestPath(token);
-    if (!subscribeResponse(request, SLOT(bindResponse(QDBusMessage)))) {
-        refuse(QStringLiteral("The session bus cannot be watched."));
-        return;
-    }
-    m_pendingRequest = request;
     QList<PortalShortcutEntry> entries;
     for (const Shortcut& shortcut : m_shortcuts) {
         QVariantMap properties{{QStringLiteral("description"), shortcut.description}};
@@ -158,34 +124,26 @@ void PortalShortcutSession::bind() {
             properties.insert(QStringLiteral("preferred_trigger"), shortcut.preferredTrigger);
         entries.append({shortcut.id, properties});
     }
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(service, path, interface, QStringLiteral("BindShortcuts"));
-    call << QVariant::fromValue(QDBusObjectPath(m_sessionHandle)) << QVariant::fromValue(entries) << QString()
-         << QVariantMap{{QStringLiteral("handle_token"), token}};
-    auto* pending = new QDBusPendingCallWatcher(m_bus.asyncCall(call, callLimitMilliseconds), this);
-    connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
-        finished->deleteLater();
-        if (finished->isError() && m_state == State::opening)
-            refuse(QStringLiteral("The desktop's shortcuts portal refused the bind: ") +
-                   finished->error().message());
-    });
-    QTimer::singleShot(bindLimitMilliseconds, this, [this] {
-        if (m_state == State::opening)
-            refuse(QStringLiteral("The desktop did not bind the shortcut in time."));
-    });
+    PortalRequest::call(
+        m_bus, interface, QStringLiteral("BindShortcuts"),
+        {QVariant::fromValue(QDBusObjectPath(m_sessionHandle)), QVariant::fromValue(entries), QString(),
+         QVariantMap()},
+        this,
+        [this](uint response, const QVariantMap& results, const QString& error) {
+            bound(response, results, error);
+        },
+        bindLimitMilliseconds);
 }
 
-void PortalShortcutSession::bindResponse(const QDBusMessage& message) {
-    if (message.path() != m_pendingRequest || m_state != State::opening) return;
-    m_bus.disconnect(service, m_pendingRequest, requestInterface, QStringLiteral("Response"), this,
-                     SLOT(bindResponse(QDBusMessage)));
-    const QList<QVariant> arguments = message.arguments();
-    const uint response = arguments.value(0).toUInt();
+void PortalShortcutSession::bound(uint response, const QVariantMap& results, const QString& error) {
+    if (m_state != State::opening) return;
     if (response != 0) {
-        refuse(responseReason(response));
+        refuse(response == 1 || error.isEmpty()
+                   ? responseReason(response)
+                   : QStringLiteral("The desktop's shortcuts portal refused the bind: ") + error);
         return;
     }
-    readShortcuts(qdbus_cast<QVariantMap>(arguments.value(1)).value(QStringLiteral("shortcuts")));
+    readShortcuts(results.value(QStringLiteral("shortcuts")));
     m_state = State::bound;
     emit stateChanged();
 }

@@ -5,6 +5,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QVariantMap>
 
 #include <optional>
 
@@ -61,16 +62,14 @@ signals:
     void deactivated(const QString& id);
 
 private slots:
-    void createResponse(const QDBusMessage& message);
-    void bindResponse(const QDBusMessage& message);
     void portalSignal(const QDBusMessage& message);
     void sessionClosed(const QDBusMessage& message);
     void portalOwnerChanged(const QString& name, const QString& oldOwner, const QString& newOwner);
 
 private:
-    QString requestPath(const QString& token) const;
-    bool subscribeResponse(const QString& requestPath, const char* slot);
+    void created(uint response, const QVariantMap& results, const QString& error);
     void bind();
+    void bound(uint response, const QVariantMap& results, const QString& error);
     void refuse(const QString& reason);
     void end(State state, const QString& reason);
     void readShortcuts(const QVariant& list);
@@ -79,7 +78,6 @@ private:
     QList<Shortcut> m_shortcuts;
     QString m_token;
     QString m_sessionHandle;
-    QString m_pendingRequest; // the request whose Response is awaited
     State m_state = State::opening;
     QString m_reason;
     QList<Bound> m_bound;

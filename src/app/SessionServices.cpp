@@ -1,6 +1,7 @@
 #include "app/SessionServices.h"
 
 #include "app/PortalKeyEventSource.h"
+#include "app/RemoteDesktopPasteKeys.h"
 #include "core/Log.h"
 #include "platform/linux/QtClipboard.h"
 #include "platform/linux/X11KeyEventSource.h"
@@ -12,7 +13,7 @@
 
 namespace murmurly {
 
-SessionServices::SessionServices(const DesktopSession& session, const Defaults& defaults,
+SessionServices::SessionServices(const DesktopSession& session, Defaults& defaults,
                                  std::function<FocusedApplication(const QString& appId)> naming)
     : m_session(session) {
     if (session.kind == DesktopSession::Kind::x11) {
@@ -52,16 +53,25 @@ SessionServices::SessionServices(const DesktopSession& session, const Defaults& 
         auto keyboard = session.offersVirtualKeyboard()
                             ? std::make_unique<VirtualKeyboardPasteKeys>(session.waylandDisplay)
                             : nullptr;
+        // Terminals take Ctrl+Shift+V, known by the focused window's app id.
+        const auto isTerminal = [this, &defaults] {
+            const std::optional<QString> appId =
+                m_waylandApplication ? m_waylandApplication->focusedAppId() : std::nullopt;
+            return appId && XTestPasteKeys::isTerminalName(defaults, *appId);
+        };
         if (keyboard && keyboard->isAvailable()) {
-            // Terminals take Ctrl+Shift+V, known by the focused window's app id.
-            keyboard->setTerminalCheck([this, &defaults] {
-                const std::optional<QString> appId =
-                    m_waylandApplication ? m_waylandApplication->focusedAppId() : std::nullopt;
-                return appId && XTestPasteKeys::isTerminalName(defaults, *appId);
-            });
+            keyboard->setTerminalCheck(isTerminal);
             m_pasteChord = PasteChord::virtualKeyboard;
             m_virtualKeyboardWorks = true;
             m_pasteKeys = std::move(keyboard);
+        } else if (session.offersRemoteDesktop) {
+            // The desktop presses the keys for us, once the user has allowed it.
+            auto portal = std::make_unique<RemoteDesktopPasteKeys>(QDBusConnection::sessionBus(), defaults);
+            portal->setTerminalCheck(isTerminal);
+            portal->start();
+            m_pasteChord = PasteChord::remoteDesktop;
+            m_remoteDesktop = portal.get();
+            m_pasteKeys = std::move(portal);
         } else {
             // XTest through XWayland: reaches X11 applications only.
             m_pasteKeys = std::make_unique<XTestPasteKeys>(defaults, QByteArray(), &m_ownKeyEvents);
@@ -79,6 +89,11 @@ ActiveApplication* SessionServices::activeApplication() {
 bool SessionServices::waylandKeyboardWorks() const {
     // A shortcut the desktop refused leaves no trigger until the user asks again.
     if (m_portalKeys && m_portalKeys->isRefused()) return false;
+    if (m_remoteDesktop) {
+        const RemoteDesktopPasteKeys::State state = m_remoteDesktop->state();
+        return state != RemoteDesktopPasteKeys::State::refused &&
+               state != RemoteDesktopPasteKeys::State::ended;
+    }
     return m_virtualKeyboardWorks || !m_session.x11Display.isEmpty();
 }
 
@@ -99,9 +114,17 @@ QString SessionServices::summary() const {
                 ? QStringLiteral("; clipboard through %1")
                       .arg(QString::fromLatin1(m_session.dataControlProtocol()))
                 : QStringLiteral("; clipboard through XWayland (no data-control)");
-    line += m_pasteChord == PasteChord::virtualKeyboard
-                ? QStringLiteral("; paste chord through zwp_virtual_keyboard_v1")
-                : QStringLiteral("; paste chord through XTest on XWayland (no virtual keyboard)");
+    switch (m_pasteChord) {
+    case PasteChord::virtualKeyboard:
+        line += QStringLiteral("; paste chord through zwp_virtual_keyboard_v1");
+        break;
+    case PasteChord::remoteDesktop:
+        line += QStringLiteral("; paste chord through the remote-desktop portal (no virtual keyboard)");
+        break;
+    case PasteChord::xtest:
+        line += QStringLiteral("; paste chord through XTest on XWayland (no virtual keyboard)");
+        break;
+    }
     line += m_waylandApplication ? QStringLiteral("; focused application through %1")
                                        .arg(QString::fromLatin1(WaylandActiveApplication::protocol))
                                  : QStringLiteral("; focused application through XWayland only");
@@ -153,6 +176,21 @@ SessionServices::Description SessionServices::textInsertionDescription() const {
             true};
     const bool dataControl = m_clipboardAccess == ClipboardAccess::dataControl;
     const bool virtualKeyboard = m_pasteChord == PasteChord::virtualKeyboard;
+    if (m_remoteDesktop) {
+        const bool works = waylandKeyboardWorks();
+        QString detail =
+            works ? QStringLiteral("Pasted with Ctrl+V pressed by the desktop's remote-desktop portal, "
+                                   "which asks your permission when Murmurly starts; the clipboard "
+                                   "is put back afterwards.")
+                  : m_remoteDesktop->problem() +
+                        QStringLiteral(" Nothing is pasted until it is given; \"Check…\" under Keyboard "
+                                       "access asks again.");
+        if (!dataControl)
+            detail +=
+                QStringLiteral(" The clipboard goes through XWayland, which the desktop shares with its "
+                               "own clipboard.");
+        return {title, detail, works};
+    }
     if (dataControl && virtualKeyboard)
         return {title,
                 QStringLiteral("Pasted with Ctrl+V through the desktop's virtual keyboard; the clipboard is "

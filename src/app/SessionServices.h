@@ -16,6 +16,7 @@ class Defaults;
 class KeyEventSource;
 class PasteKeys;
 class PortalKeyEventSource;
+class RemoteDesktopPasteKeys;
 class WaylandActiveApplication;
 
 // The implementations of the trigger, clipboard and paste-chord ports that this session offers,
@@ -28,7 +29,7 @@ class SessionServices {
 public:
     enum class KeyReading { x11, shortcutsPortal, compositorBindings };
     enum class ClipboardAccess { x11Selection, dataControl };
-    enum class PasteChord { xtest, virtualKeyboard };
+    enum class PasteChord { xtest, virtualKeyboard, remoteDesktop };
 
     // How to make the trigger where the compositor's key bindings must call the program.
     static inline const QString compositorBindingsHelp = QStringLiteral(
@@ -45,7 +46,7 @@ public:
 
     // `defaults` (the terminal list) and `naming` (an application's name from its app id) must
     // outlive this object.
-    SessionServices(const DesktopSession& session, const Defaults& defaults,
+    SessionServices(const DesktopSession& session, Defaults& defaults,
                     std::function<FocusedApplication(const QString& appId)> naming = {});
     ~SessionServices();
     SessionServices(const SessionServices&) = delete;
@@ -59,6 +60,8 @@ public:
     ActiveApplication* activeApplication();
     // The trigger through the desktop's shortcuts portal, where it is used; null elsewhere.
     PortalKeyEventSource* shortcutsPortal() const { return m_portalKeys; }
+    // The paste chord through the desktop's remote-desktop portal, where it is used; null elsewhere.
+    RemoteDesktopPasteKeys* remoteDesktop() const { return m_remoteDesktop; }
 
     KeyReading keyReading() const { return m_keyReading; }
     ClipboardAccess clipboardAccess() const { return m_clipboardAccess; }
@@ -88,7 +91,8 @@ private:
     bool m_virtualKeyboardWorks = false;
     X11OwnKeyEvents m_ownKeyEvents; // the paste chord's keys, which the X11 trigger reader ignores
     std::unique_ptr<KeyEventSource> m_keyEvents;
-    PortalKeyEventSource* m_portalKeys = nullptr; // m_keyEvents, where the portal reads the trigger
+    PortalKeyEventSource* m_portalKeys = nullptr;      // m_keyEvents, where the portal reads the trigger
+    RemoteDesktopPasteKeys* m_remoteDesktop = nullptr; // m_pasteKeys, where the portal presses the chord
     std::unique_ptr<Clipboard> m_clipboard;
     std::unique_ptr<PasteKeys> m_pasteKeys;
     std::unique_ptr<WaylandActiveApplication> m_waylandApplication;

@@ -5,7 +5,11 @@
 #include "UiTestSupport.h"
 
 #include "MemoryDefaults.h"
+#include "PrivateDesktopPortal.h"
+#include "PrivateSessionBus.h"
+#include "WaitUntil.h"
 #include "app/DesktopSession.h"
+#include "app/RemoteDesktopPasteKeys.h"
 #include "app/SessionServices.h"
 #include "hotkey/KeyEventSource.h"
 #include "settings/PermissionsTab.h"
@@ -16,6 +20,7 @@
 
 using namespace murmurly;
 using namespace murmurly::testing;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -112,4 +117,37 @@ TEST(SessionServices, AWaylandSessionWithoutDataControlOrVirtualKeyboardStartsAn
     const QString note = settings.general->triggerNoteLabel()->text();
     EXPECT_TRUE(note.contains(QStringLiteral("\"murmurly --press\" on press"))) << note.toStdString();
     EXPECT_TRUE(note.contains(QStringLiteral("\"murmurly --release\" on release"))) << note.toStdString();
+}
+
+// A Wayland desktop like GNOME or KDE: no virtual keyboard, but the desktop portal has global
+// shortcuts and remote desktop. Both are found on the session bus and chosen, and the rows say so.
+TEST(SessionServices, AWaylandDesktopWithThePortalsTakesTheTriggerAndTheChordFromThem) {
+    PrivateSessionBus bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    PrivateDesktopPortal portal(bus.address());
+    ASSERT_TRUE(portal.isRunning()) << portal.error().toStdString();
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("/nonexistent/wayland-0"));
+    environment.insert(QStringLiteral("DISPLAY"), qEnvironmentVariable("DISPLAY"));
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus.address());
+    const DesktopSession session = DesktopSession::detect(environment);
+    EXPECT_TRUE(session.offersShortcutsPortal);
+    EXPECT_TRUE(session.offersRemoteDesktop);
+
+    MemoryDefaults defaults;
+    SessionServices services(session, defaults);
+    EXPECT_EQ(services.keyReading(), SessionServices::KeyReading::shortcutsPortal);
+    EXPECT_EQ(services.pasteChord(), SessionServices::PasteChord::remoteDesktop);
+    EXPECT_TRUE(services.summary().contains(QStringLiteral("keys through the shortcuts portal")));
+    EXPECT_TRUE(services.summary().contains(QStringLiteral("paste chord through the remote-desktop portal")));
+    ASSERT_TRUE(services.remoteDesktop());
+    ASSERT_TRUE(waitUntil(
+        [&] { return services.remoteDesktop()->state() == RemoteDesktopPasteKeys::State::ready; }, 30s));
+    EXPECT_EQ(portal.consentRequests(), 1u);
+    EXPECT_TRUE(services.waylandKeyboardWorks());
+    const SessionServices::Description insertion = services.textInsertionDescription();
+    EXPECT_TRUE(insertion.working);
+    EXPECT_TRUE(insertion.detail.startsWith(QStringLiteral("Pasted with Ctrl+V pressed by the desktop's "
+                                                           "remote-desktop portal")))
+        << insertion.detail.toStdString();
 }

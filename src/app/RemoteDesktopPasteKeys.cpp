@@ -1,0 +1,193 @@
+#include "app/RemoteDesktopPasteKeys.h"
+
+#include "app/PortalRequest.h"
+#include "core/Defaults.h"
+#include "core/Log.h"
+
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusPendingCall>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
+#include <QUuid>
+
+namespace murmurly {
+
+namespace {
+
+const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
+constexpr int callLimitMilliseconds = 5000;
+constexpr uint keyboardDevice = 1;
+constexpr uint persistUntilRevoked = 2;
+
+// X keysyms: the chord is named by symbol, so the desktop finds the keys on the user's layout.
+constexpr int controlKeysym = 0xffe3;
+constexpr int shiftKeysym = 0xffe1;
+constexpr int vKeysym = 0x76;
+
+QString reasonFor(uint response, const QString& error, const QString& what) {
+    if (response == 1) return QStringLiteral("The desktop's permission to press keys was not given.");
+    return what + (error.isEmpty() ? QString() : QStringLiteral(": ") + error);
+}
+
+} // namespace
+
+bool RemoteDesktopPasteKeys::isOffered(QDBusConnection bus) {
+    if (!bus.isConnected()) return false;
+    QDBusMessage get = QDBusMessage::createMethodCall(PortalRequest::service, PortalRequest::path,
+                                                      QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                      QStringLiteral("Get"));
+    get << interface << QStringLiteral("AvailableDeviceTypes");
+    const QDBusMessage reply = bus.call(get, QDBus::Block, callLimitMilliseconds);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
+    return (reply.arguments().constFirst().value<QDBusVariant>().variant().toUInt() & keyboardDevice) != 0;
+}
+
+RemoteDesktopPasteKeys::RemoteDesktopPasteKeys(QDBusConnection bus, Defaults& defaults, QObject* parent)
+    : QObject(parent)
+    , m_bus(std::move(bus))
+    , m_defaults(defaults) {
+}
+
+RemoteDesktopPasteKeys::~RemoteDesktopPasteKeys() {
+    if (!m_sessionHandle.isEmpty() && m_state != State::ended && m_state != State::refused)
+        m_bus.asyncCall(QDBusMessage::createMethodCall(PortalRequest::service, m_sessionHandle,
+                                                       sessionInterface, QStringLiteral("Close")),
+                        callLimitMilliseconds);
+}
+
+void RemoteDesktopPasteKeys::start() {
+    if (m_state == State::asking || m_state == State::ready) return;
+    m_state = State::asking;
+    m_closedWhileAsking = false;
+    m_problem.clear();
+    m_sessionHandle.clear();
+    emit stateChanged();
+    PortalRequest::call(
+        m_bus, interface, QStringLiteral("CreateSession"),
+        {QVariantMap{{QStringLiteral("session_handle_token"),
+                      QStringLiteral("murmurly_paste_") + QUuid::createUuid().toString(QUuid::Id128)}}},
+        this,
+        [this](uint response, const QVariantMap& results, const QString& error) {
+            const QString handle = results.value(QStringLiteral("session_handle")).toString();
+            if (response != 0 || handle.isEmpty()) {
+                fail(State::refused,
+                     reasonFor(response, error, QStringLiteral("The desktop opened no session")));
+                return;
+            }
+            m_sessionHandle = handle;
+            m_bus.connect(PortalRequest::service, m_sessionHandle, sessionInterface, QStringLiteral("Closed"),
+                          this, SLOT(sessionClosed(QDBusMessage)));
+            selectDevices();
+        },
+        callLimitMilliseconds);
+}
+
+void RemoteDesktopPasteKeys::selectDevices() {
+    QVariantMap options{{QStringLiteral("types"), keyboardDevice},
+                        {QStringLiteral("persist_mode"), persistUntilRevoked}};
+    // Desktops that keep consents hand back a token for the next start; others ignore it.
+    const QString token = m_defaults.stringValue(restoreTokenKey).value_or(QString());
+    if (!token.isEmpty()) options.insert(QStringLiteral("restore_token"), token);
+    PortalRequest::call(
+        m_bus, interface, QStringLiteral("SelectDevices"),
+        {QVariant::fromValue(QDBusObjectPath(m_sessionHandle)), options}, this,
+        [this](uint response, const QVariantMap&, const QString& error) {
+            if (response != 0) {
+                fail(State::refused,
+                     reasonFor(response, error, QStringLiteral("The desktop offered no keyboard")));
+                return;
+            }
+            startSession();
+        },
+        callLimitMilliseconds);
+}
+
+void RemoteDesktopPasteKeys::startSession() {
+    PortalRequest::call(
+        m_bus, interface, QStringLiteral("Start"),
+        {QVariant::fromValue(QDBusObjectPath(m_sessionHandle)), QString(), QVariantMap()}, this,
+        [this](uint response, const QVariantMap& results, const QString& error) {
+            if (response != 0) {
+                fail(State::refused, reasonFor(response, error, QStringLiteral("The desktop did not start")));
+                return;
+            }
+            if ((results.value(QStringLiteral("devices")).toUInt() & keyboardDevice) == 0) {
+                fail(State::refused, QStringLiteral("The desktop did not give the keyboard."));
+                return;
+            }
+            if (m_closedWhileAsking) {
+                fail(State::ended, QStringLiteral("The desktop ended the permission to press keys."));
+                return;
+            }
+            const QString token = results.value(QStringLiteral("restore_token")).toString();
+            if (!token.isEmpty()) m_defaults.setString(restoreTokenKey, token);
+            m_state = State::ready;
+            qCInfo(lcApp, "Paste chord through the remote-desktop portal: the keyboard was given");
+            emit stateChanged();
+        },
+        consentLimitMilliseconds);
+}
+
+void RemoteDesktopPasteKeys::sessionClosed(const QDBusMessage& message) {
+    if (message.path() != m_sessionHandle) return;
+    // A desktop whose user dismissed the consent closes the session before it answers the start;
+    // that answer says why.
+    if (m_state == State::asking) {
+        m_closedWhileAsking = true;
+        return;
+    }
+    if (m_state != State::ready) return; // a refused session is closed after the refusal
+    fail(State::ended, QStringLiteral("The desktop ended the permission to press keys."));
+}
+
+void RemoteDesktopPasteKeys::fail(State state, const QString& reason) {
+    m_state = state;
+    m_problem = reason;
+    qCWarning(lcApp, "Remote-desktop portal: %s", qUtf8Printable(reason));
+    emit stateChanged();
+}
+
+void RemoteDesktopPasteKeys::key(int keysym, bool pressed) {
+    m_keys.push_back({keysym, pressed});
+    if (!m_sending) sendNextKey();
+}
+
+// The portal may handle calls on several threads of its own, so keys sent back to back can reach
+// the desktop in another order; each key goes out once the portal has taken the one before.
+void RemoteDesktopPasteKeys::sendNextKey() {
+    if (m_keys.empty() || m_state != State::ready) {
+        m_sending = false;
+        m_keys.clear();
+        return;
+    }
+    m_sending = true;
+    const auto [keysym, pressed] = m_keys.front();
+    m_keys.pop_front();
+    QDBusMessage message = QDBusMessage::createMethodCall(PortalRequest::service, PortalRequest::path,
+                                                          interface, QStringLiteral("NotifyKeyboardKeysym"));
+    message << QVariant::fromValue(QDBusObjectPath(m_sessionHandle)) << QVariantMap() << keysym
+            << uint(pressed ? 1 : 0);
+    auto* pending = new QDBusPendingCallWatcher(m_bus.asyncCall(message, callLimitMilliseconds), this);
+    connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
+        finished->deleteLater();
+        if (finished->isError())
+            qCWarning(lcApp, "Remote-desktop portal refused a key: %s",
+                      qUtf8Printable(finished->error().message()));
+        sendNextKey();
+    });
+}
+
+bool RemoteDesktopPasteKeys::paste() {
+    if (m_state != State::ready) return false;
+    const bool terminal = m_isTerminal && m_isTerminal();
+    key(controlKeysym, true);
+    if (terminal) key(shiftKeysym, true);
+    key(vKeysym, true);
+    key(vKeysym, false);
+    if (terminal) key(shiftKeysym, false);
+    key(controlKeysym, false);
+    return true;
+}
+
+} // namespace murmurly

@@ -1,0 +1,150 @@
+// The paste chord through the desktop's remote-desktop portal: Debian's real xdg-desktop-portal on
+// a private session bus, with a stand-in for the desktop's side that counts the consents it asks
+// for and records every key it is told to press.
+#include "FakeClipboard.h"
+#include "ManualClock.h"
+#include "MemoryDefaults.h"
+#include "PrivateDesktopPortal.h"
+#include "PrivateSessionBus.h"
+#include "WaitUntil.h"
+
+#include "app/RemoteDesktopPasteKeys.h"
+#include "output/TextInserter.h"
+
+#include <QDBusConnection>
+
+#include <gtest/gtest.h>
+
+using namespace murmurly;
+using namespace murmurly::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Keys = QList<QPair<int, uint>>;
+const Keys ctrlV{{0xffe3, 1}, {0x76, 1}, {0x76, 0}, {0xffe3, 0}};
+
+class RemoteDesktopPasteTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+        portal.emplace(bus.address());
+        ASSERT_TRUE(portal->isRunning()) << portal->error().toStdString();
+        connection.emplace(QDBusConnection::connectToBus(bus.address(), connectionName));
+        ASSERT_TRUE(connection->isConnected());
+    }
+
+    void TearDown() override {
+        keys.reset();
+        connection.reset();
+        QDBusConnection::disconnectFromBus(connectionName);
+    }
+
+    RemoteDesktopPasteKeys& started() {
+        keys = std::make_unique<RemoteDesktopPasteKeys>(*connection, defaults);
+        keys->start();
+        return *keys;
+    }
+    bool settled() {
+        return waitUntil([&] { return keys->state() != RemoteDesktopPasteKeys::State::asking; }, 30s);
+    }
+    // The keys the desktop received, once it holds `count` of them.
+    Keys received(qsizetype count) {
+        std::optional<Keys> seen;
+        waitUntil(
+            [&] {
+                seen = portal->keysyms();
+                return seen && seen->size() >= count;
+            },
+            30s);
+        return seen.value_or(Keys());
+    }
+
+    const QString connectionName = QStringLiteral("murmurly-remote-desktop-test");
+    PrivateSessionBus bus;
+    std::optional<PrivateDesktopPortal> portal;
+    std::optional<QDBusConnection> connection;
+    MemoryDefaults defaults;
+    std::unique_ptr<RemoteDesktopPasteKeys> keys;
+};
+
+} // namespace
+
+TEST_F(RemoteDesktopPasteTest, TheDesktopIsOfferedAndAsksOnceThenTheChordIsPressedAsKeysymsInOrder) {
+    EXPECT_TRUE(RemoteDesktopPasteKeys::isOffered(*connection));
+    RemoteDesktopPasteKeys& k = started();
+    ASSERT_TRUE(settled());
+    ASSERT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
+    EXPECT_EQ(portal->consentRequests(), 1u);
+    ASSERT_TRUE(k.paste());
+    EXPECT_EQ(received(4), ctrlV);
+    ASSERT_TRUE(k.paste());
+    EXPECT_EQ(received(8), ctrlV + ctrlV);
+    EXPECT_EQ(portal->consentRequests(), 1u) << "one consent for every chord of the run";
+}
+
+TEST_F(RemoteDesktopPasteTest, ATerminalGetsCtrlShiftV) {
+    RemoteDesktopPasteKeys& k = started();
+    k.setTerminalCheck([] { return true; });
+    ASSERT_TRUE(settled());
+    ASSERT_TRUE(k.paste());
+    EXPECT_EQ(received(6), (Keys{{0xffe3, 1}, {0xffe1, 1}, {0x76, 1}, {0x76, 0}, {0xffe1, 0}, {0xffe3, 0}}));
+}
+
+TEST_F(RemoteDesktopPasteTest, ARefusedConsentPastesNothingAndSaysWhy) {
+    ASSERT_TRUE(portal->setConsentAnswer(1));
+    RemoteDesktopPasteKeys& k = started();
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(k.state(), RemoteDesktopPasteKeys::State::refused);
+    EXPECT_EQ(k.problem(), QStringLiteral("The desktop's permission to press keys was not given."));
+    EXPECT_FALSE(k.paste());
+    EXPECT_EQ(portal->keysyms(), Keys());
+
+    // Asked again (the user's "Check…"), and given this time.
+    ASSERT_TRUE(portal->setConsentAnswer(0));
+    k.start();
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
+    EXPECT_TRUE(k.paste());
+    EXPECT_EQ(received(4), ctrlV);
+}
+
+// The chord cannot be made, so the inserter keeps its promise about the user's clipboard: what was
+// there before is put back after the delay, and the failure is logged.
+TEST_F(RemoteDesktopPasteTest, WithConsentRefusedAnInsertionPutsTheClipboardBack) {
+    ASSERT_TRUE(portal->setConsentAnswer(1));
+    RemoteDesktopPasteKeys& k = started();
+    ASSERT_TRUE(settled());
+    FakeClipboard clipboard;
+    clipboard.writeText(QStringLiteral("what the user copied"));
+    ManualClock clock;
+    TextInserter inserter(clipboard, k, clock);
+    auto task = inserter.insert(QStringLiteral("the dictated words"));
+    EXPECT_EQ(clipboard.text(), QStringLiteral("the dictated words"));
+    clock.advance(200ms);
+    ASSERT_TRUE(waitUntil([&] { return task.isReady(); }, 30s));
+    EXPECT_EQ(clipboard.text(), QStringLiteral("what the user copied"));
+    EXPECT_EQ(portal->keysyms(), Keys());
+}
+
+TEST_F(RemoteDesktopPasteTest, ASessionTheDesktopEndsPastesNothingMore) {
+    RemoteDesktopPasteKeys& k = started();
+    ASSERT_TRUE(settled());
+    ASSERT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready);
+    ASSERT_GE(portal->closeSessions().value_or(0), 1u);
+    ASSERT_TRUE(waitUntil([&] { return k.state() == RemoteDesktopPasteKeys::State::ended; }, 30s));
+    EXPECT_FALSE(k.paste());
+    EXPECT_FALSE(k.problem().isEmpty());
+}
+
+// Debian's frontend hands out no token and drops the one offered; a token kept from a desktop that
+// does hand them out must neither stop the start nor be lost.
+TEST_F(RemoteDesktopPasteTest, AStoredTokenIsKeptWhenTheDesktopHandsOutNone) {
+    defaults.setString(RemoteDesktopPasteKeys::restoreTokenKey,
+                       QStringLiteral("8d5c2a1e-0f64-4c43-9c1d-2f1b7a0e3c55"));
+    RemoteDesktopPasteKeys& k = started();
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
+    EXPECT_EQ(defaults.stringValue(RemoteDesktopPasteKeys::restoreTokenKey),
+              QStringLiteral("8d5c2a1e-0f64-4c43-9c1d-2f1b7a0e3c55"));
+}
