@@ -188,13 +188,13 @@ private:
     };
 
     // The portal's side, called by the frontend.
-    void createSession(const QDBusMessage& message);
+    // A session of either portal; both kinds share the impl Session objects.
+    void createSession(const QDBusMessage& message, bool remoteDesktop);
     void bindShortcuts(const QDBusMessage& message);
     void listShortcuts(const QDBusMessage& message);
     void closeSession(const QDBusMessage& message);
     void properties(const QDBusMessage& message);
     void remoteDesktop(const QDBusMessage& message);
-    void createRemoteDesktopSession(const QDBusMessage& message);
     void selectDevices(const QDBusMessage& message);
     void start(const QDBusMessage& message);
     void notifyKeyboardKeysym(const QDBusMessage& message);
@@ -294,7 +294,7 @@ bool StandInPortal::handleMessage(const QDBusMessage& message, const QDBusConnec
     }
     if (path == portalPath) {
         if (member == QLatin1String("CreateSession"))
-            createSession(message);
+            createSession(message, false);
         else if (member == QLatin1String("BindShortcuts"))
             bindShortcuts(message);
         else if (member == QLatin1String("ListShortcuts"))
@@ -320,7 +320,7 @@ bool StandInPortal::handleMessage(const QDBusMessage& message, const QDBusConnec
     return true;
 }
 
-void StandInPortal::createSession(const QDBusMessage& message) {
+void StandInPortal::createSession(const QDBusMessage& message, bool remoteDesktop) {
     const QVariantList args = message.arguments();
     if (message.signature() != QLatin1String("oosa{sv}")) {
         fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"), message.signature());
@@ -330,8 +330,10 @@ void StandInPortal::createSession(const QDBusMessage& message) {
     Session session;
     session.creator = message.service();
     session.appId = args.at(2).toString();
-    logLine(
-        QStringLiteral("CreateSession %1 app_id '%2' from %3").arg(handle, session.appId, session.creator));
+    session.remoteDesktop = remoteDesktop;
+    logLine(QStringLiteral("%1CreateSession %2 app_id '%3' from %4")
+                .arg(remoteDesktop ? QStringLiteral("RemoteDesktop.") : QString(), handle, session.appId,
+                     session.creator));
     m_frontends.addWatchedService(session.creator);
     m_sessions.insert(handle, session);
     reply(message, {0u, QVariantMap()});
@@ -481,7 +483,7 @@ void StandInPortal::control(const QDBusMessage& message) {
 void StandInPortal::remoteDesktop(const QDBusMessage& message) {
     const QString member = message.member();
     if (member == QLatin1String("CreateSession"))
-        createRemoteDesktopSession(message);
+        createSession(message, true);
     else if (member == QLatin1String("SelectDevices"))
         selectDevices(message);
     else if (member == QLatin1String("Start"))
@@ -490,24 +492,6 @@ void StandInPortal::remoteDesktop(const QDBusMessage& message) {
         notifyKeyboardKeysym(message);
     else
         fail(message, QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"), member);
-}
-
-void StandInPortal::createRemoteDesktopSession(const QDBusMessage& message) {
-    const QVariantList args = message.arguments();
-    if (message.signature() != QLatin1String("oosa{sv}")) {
-        fail(message, QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"), message.signature());
-        return;
-    }
-    const QString handle = args.at(1).value<QDBusObjectPath>().path();
-    Session session;
-    session.creator = message.service();
-    session.appId = args.at(2).toString();
-    session.remoteDesktop = true;
-    logLine(QStringLiteral("RemoteDesktop.CreateSession %1 app_id '%2' from %3")
-                .arg(handle, session.appId, session.creator));
-    m_frontends.addWatchedService(session.creator);
-    m_sessions.insert(handle, session);
-    reply(message, {0u, QVariantMap()});
 }
 
 void StandInPortal::selectDevices(const QDBusMessage& message) {
