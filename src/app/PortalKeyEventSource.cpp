@@ -131,12 +131,14 @@ QString PortalKeyEventSource::note() const {
     if (m_refused)
         return m_problem +
                QStringLiteral(" Choose the trigger again with \"Change…\" to ask the desktop again.");
-    if (preferredTrigger(m_binding).isEmpty())
+    if (!preferredTrigger(m_binding).isEmpty()) return {};
+    if (m_binding.kind == HotkeyBinding::Kind::modifier)
         return QStringLiteral(
                    "Desktop shortcuts cannot be a modifier key alone, so Murmurly asked the desktop "
                    "for %1 instead of %2.")
             .arg(proposedTrigger, m_binding.displayName);
-    return {};
+    return QStringLiteral("Desktop shortcuts cannot name %1, so Murmurly asked the desktop for %2 instead.")
+        .arg(m_binding.displayName, proposedTrigger);
 }
 
 void PortalKeyEventSource::setSwallowedKeys(const SwallowedKeys& keys) {

@@ -243,3 +243,25 @@ TEST_F(PortalTriggerTest, APortalThatRestartsIsFoundAgainWithinOnePoll) {
     ASSERT_TRUE(activate());
     ASSERT_TRUE(waitForState(DictationState::recording));
 }
+
+TEST(PortalTriggerNotation, KeysAreNamedInTheShortcutsNotationAndOthersGetTheProposedKey) {
+    using Kind = HotkeyBinding::Kind;
+    EXPECT_EQ(PortalKeyEventSource::preferredTrigger({Kind::key, 101, 0, QStringLiteral("F9")}),
+              QStringLiteral("F9"));
+    EXPECT_EQ(PortalKeyEventSource::preferredTrigger({Kind::key, 0, 0, QStringLiteral("A")}),
+              QStringLiteral("a"));
+    EXPECT_EQ(PortalKeyEventSource::preferredTrigger({Kind::key, 49, 0, QStringLiteral(" ")}),
+              QStringLiteral("space"));
+    EXPECT_EQ(PortalKeyEventSource::preferredTrigger({Kind::key, 18, 0, QStringLiteral("1")}),
+              QStringLiteral("1"));
+    EXPECT_TRUE(PortalKeyEventSource::preferredTrigger(HotkeyBinding::defaultBinding()).isEmpty());
+    EXPECT_TRUE(
+        PortalKeyEventSource::preferredTrigger({Kind::key, 300, 0, QStringLiteral("Key 300")}).isEmpty());
+
+    PortalKeyEventSource source(QDBusConnection(QStringLiteral("not connected")));
+    source.setBinding({Kind::key, 300, 0, QStringLiteral("Key 300")});
+    EXPECT_EQ(source.requestedTrigger(), PortalKeyEventSource::proposedTrigger);
+    EXPECT_EQ(source.note(),
+              QStringLiteral(
+                  "Desktop shortcuts cannot name Key 300, so Murmurly asked the desktop for F9 instead."));
+}
