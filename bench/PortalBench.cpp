@@ -7,6 +7,7 @@
 #include "PrivateSessionBus.h"
 #include "WaitUntil.h"
 #include "app/PortalKeyEventSource.h"
+#include "app/PortalRequest.h"
 #include "core/SystemClock.h"
 #include "hotkey/HotkeyMonitor.h"
 
@@ -58,9 +59,8 @@ void BM_PortalActivationToPress(benchmark::State& state) {
     {
         QDBusConnection connection = QDBusConnection::connectToBus(bus.address(), name);
         SentStamps stamps;
-        connection.connect(PortalShortcutSession::service, PortalShortcutSession::path,
-                           PortalShortcutSession::interface, QStringLiteral("Activated"), &stamps,
-                           SLOT(activated(QDBusMessage)));
+        connection.connect(PortalRequest::service, PortalRequest::path, PortalShortcutSession::interface,
+                           QStringLiteral("Activated"), &stamps, SLOT(activated(QDBusMessage)));
         PortalKeyEventSource source(connection);
         SystemClock clock;
         HotkeyMonitor monitor(source, clock);

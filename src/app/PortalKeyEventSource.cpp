@@ -11,14 +11,18 @@ PortalKeyEventSource::PortalKeyEventSource(QDBusConnection bus, QObject* parent)
 }
 
 PortalKeyEventSource::~PortalKeyEventSource() {
-    // Closed on the portal now: the event loop may not run again to delete them later.
+    // Nothing the sessions tell while they close on the portal reaches this half-destroyed object.
     if (m_session) m_session->disconnect(this);
     if (m_cancelSession) m_cancelSession->disconnect(this);
 }
 
+bool PortalKeyEventSource::isRefused() const {
+    return m_session && m_session->state() == PortalShortcutSession::State::refused;
+}
+
 bool PortalKeyEventSource::start(KeyEventSink& sink) {
     m_sink = &sink;
-    if (m_refused) return false;
+    if (isRefused()) return false;
     if (!isRunning()) openSession();
     return true;
 }
@@ -70,7 +74,6 @@ void PortalKeyEventSource::openSession() {
     connect(session, &PortalShortcutSession::shortcutsChanged, this, &PortalKeyEventSource::notifyAssignment);
     connect(session, &PortalShortcutSession::activated, this, &PortalKeyEventSource::activated);
     connect(session, &PortalShortcutSession::deactivated, this, &PortalKeyEventSource::deactivated);
-    m_problem.clear();
     emit changed();
 }
 
@@ -83,13 +86,10 @@ void PortalKeyEventSource::sessionStateChanged() {
                qUtf8Printable(assignedTrigger().value_or(QStringLiteral("no key yet"))));
         break;
     case PortalShortcutSession::State::refused:
-        m_refused = true;
-        m_problem = m_session->reason();
         break;
     case PortalShortcutSession::State::closed:
         // Whatever was held can no longer be released by the desktop: it counts as released.
         pressTrigger(false);
-        m_problem = m_session->reason();
         break;
     }
     notifyAssignment();
@@ -112,7 +112,6 @@ void PortalKeyEventSource::notifyAssignment() {
 }
 
 void PortalKeyEventSource::retry() {
-    m_refused = false;
     discard(m_cancelSession);
     openSession();
 }
@@ -123,13 +122,13 @@ void PortalKeyEventSource::setBinding(const HotkeyBinding& binding) {
     m_binding = binding;
     // The portal binds once per session: a different key is asked for in a new one. A key chosen
     // after a refusal asks the desktop again.
-    if (m_session && (requestedTrigger() != before || m_refused)) retry();
+    if (m_session && (requestedTrigger() != before || isRefused())) retry();
     emit changed();
 }
 
 QString PortalKeyEventSource::note() const {
-    if (m_refused)
-        return m_problem +
+    if (isRefused())
+        return problem() +
                QStringLiteral(" Choose the trigger again with \"Change…\" to ask the desktop again.");
     if (!preferredTrigger(m_binding).isEmpty()) return {};
     if (m_binding.kind == HotkeyBinding::Kind::modifier)

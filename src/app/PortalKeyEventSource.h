@@ -46,9 +46,9 @@ public:
     // What the trigger request asks the desktop for: the binding's key, or the proposed key.
     QString requestedTrigger() const;
 
-    bool isRefused() const { return m_refused; }
+    bool isRefused() const;
     // Why the desktop refused or closed the shortcut; empty while it works.
-    QString problem() const { return m_problem; }
+    QString problem() const { return m_session ? m_session->reason() : QString(); }
     // Asks the desktop again, in a new session: after a refusal, or to let the user choose anew.
     void retry();
     // One line for the settings on how the trigger works here; empty when there is nothing to say.
@@ -73,8 +73,6 @@ private:
     std::unique_ptr<PortalShortcutSession> m_session;
     std::unique_ptr<PortalShortcutSession> m_cancelSession;
     bool m_triggerDown = false;
-    bool m_refused = false;
-    QString m_problem;
     std::optional<QString> m_lastAssigned;
     std::function<void()> m_observer;
 };

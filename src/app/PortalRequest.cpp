@@ -1,7 +1,9 @@
 #include "app/PortalRequest.h"
 
 #include <QDBusArgument>
+#include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
 #include <QTimer>
 #include <QUuid>
 
@@ -52,6 +54,28 @@ void PortalRequest::call(QDBusConnection bus, const QString& interface, const QS
     QTimer::singleShot(limitMilliseconds, request, [request] {
         request->finish(2, {}, QStringLiteral("The desktop did not answer in time."));
     });
+}
+
+std::optional<QVariant> PortalRequest::property(QDBusConnection bus, const QString& interface,
+                                                const QString& name) {
+    if (!bus.isConnected()) return std::nullopt;
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get << interface << name;
+    const QDBusMessage reply = bus.call(get, QDBus::Block, callLimitMilliseconds);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
+    return reply.arguments().constFirst().value<QDBusVariant>().variant();
+}
+
+void PortalRequest::closeSession(QDBusConnection bus, const QString& sessionHandle) {
+    bus.asyncCall(
+        QDBusMessage::createMethodCall(service, sessionHandle, sessionInterface, QStringLiteral("Close")),
+        callLimitMilliseconds);
+}
+
+QString PortalRequest::objectPath(const QVariant& value) {
+    return value.userType() == qMetaTypeId<QDBusObjectPath>() ? value.value<QDBusObjectPath>().path()
+                                                              : value.toString();
 }
 
 void PortalRequest::response(const QDBusMessage& message) {

@@ -4,10 +4,12 @@
 #include <QDBusMessage>
 #include <QObject>
 #include <QString>
+#include <QVariant>
 #include <QVariantList>
 #include <QVariantMap>
 
 #include <functional>
+#include <optional>
 
 namespace murmurly {
 
@@ -22,6 +24,9 @@ class PortalRequest final : public QObject {
 public:
     static inline const QString service = QStringLiteral("org.freedesktop.portal.Desktop");
     static inline const QString path = QStringLiteral("/org/freedesktop/portal/desktop");
+    static inline const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
+    // The longest the portal may take to answer a call that does not wait for the user.
+    static constexpr int callLimitMilliseconds = 5000;
 
     // `response`: 0 granted, 1 dismissed by the user, 2 anything else; `error` says why for 2.
     using Answer = std::function<void(uint response, const QVariantMap& results, const QString& error)>;
@@ -30,6 +35,15 @@ public:
     // token is added to it). `answer` is called once, unless `context` is gone by then.
     static void call(QDBusConnection bus, const QString& interface, const QString& method,
                      QVariantList arguments, QObject* context, Answer answer, int limitMilliseconds);
+
+    // A property of one of the portal's interfaces, read with a bounded wait; nothing when the
+    // portal or the interface is not there.
+    static std::optional<QVariant> property(QDBusConnection bus, const QString& interface,
+                                            const QString& name);
+    // Closes a session the portal made, without waiting for the answer.
+    static void closeSession(QDBusConnection bus, const QString& sessionHandle);
+    // An object path the portal sends as an object path or, in some places, as a string.
+    static QString objectPath(const QVariant& value);
 
 private slots:
     void response(const QDBusMessage& message);

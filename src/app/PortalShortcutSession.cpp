@@ -5,17 +5,13 @@
 #include "core/Log.h"
 
 #include <QDBusArgument>
-#include <QDBusInterface>
 #include <QDBusMetaType>
-#include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
 #include <QUuid>
 
 namespace murmurly {
 
 namespace {
-
-const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
 
 // A bind may wait for the user much longer than a call.
 constexpr int bindLimitMilliseconds = 120'000;
@@ -41,35 +37,34 @@ QString responseReason(uint response) {
 } // namespace
 
 bool PortalShortcutSession::isOffered(QDBusConnection bus) {
-    if (!bus.isConnected()) return false;
-    QDBusMessage get = QDBusMessage::createMethodCall(
-        service, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << interface << QStringLiteral("version");
-    const QDBusMessage reply = bus.call(get, QDBus::Block, callLimitMilliseconds);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
-    return reply.arguments().constFirst().value<QDBusVariant>().variant().toUInt() >= 1;
+    return PortalRequest::property(std::move(bus), interface, QStringLiteral("version"))
+               .value_or(0)
+               .toUInt() >= 1;
 }
 
 PortalShortcutSession::PortalShortcutSession(QDBusConnection bus, QList<Shortcut> shortcuts, QObject* parent)
     : QObject(parent)
     , m_bus(std::move(bus))
-    , m_shortcuts(std::move(shortcuts))
-    , m_token(QStringLiteral("murmurly_") + QUuid::createUuid().toString(QUuid::Id128)) {
+    , m_shortcuts(std::move(shortcuts)) {
     registerTypes();
     // The portal going away takes every session with it.
-    auto* watcher = new QDBusServiceWatcher(service, m_bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    auto* watcher = new QDBusServiceWatcher(PortalRequest::service, m_bus,
+                                            QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
             &PortalShortcutSession::portalOwnerChanged);
     for (const char* name : {"Activated", "Deactivated", "ShortcutsChanged"})
-        m_bus.connect(service, path, interface, QLatin1String(name), this, SLOT(portalSignal(QDBusMessage)));
+        m_bus.connect(PortalRequest::service, PortalRequest::path, interface, QLatin1String(name), this,
+                      SLOT(portalSignal(QDBusMessage)));
 
     PortalRequest::call(
         m_bus, interface, QStringLiteral("CreateSession"),
-        {QVariantMap{{QStringLiteral("session_handle_token"), m_token}}}, this,
+        {QVariantMap{{QStringLiteral("session_handle_token"),
+                      QStringLiteral("murmurly_") + QUuid::createUuid().toString(QUuid::Id128)}}},
+        this,
         [this](uint response, const QVariantMap& results, const QString& error) {
             created(response, results, error);
         },
-        callLimitMilliseconds);
+        PortalRequest::callLimitMilliseconds);
 }
 
 PortalShortcutSession::~PortalShortcutSession() {
@@ -77,11 +72,8 @@ PortalShortcutSession::~PortalShortcutSession() {
 }
 
 void PortalShortcutSession::close() {
-    if (!m_sessionHandle.isEmpty() && m_state != State::closed && m_state != State::refused) {
-        m_bus.asyncCall(QDBusMessage::createMethodCall(service, m_sessionHandle, sessionInterface,
-                                                       QStringLiteral("Close")),
-                        callLimitMilliseconds);
-    }
+    if (!m_sessionHandle.isEmpty() && m_state != State::closed && m_state != State::refused)
+        PortalRequest::closeSession(m_bus, m_sessionHandle);
     m_state = State::closed;
 }
 
@@ -93,16 +85,10 @@ std::optional<QString> PortalShortcutSession::triggerDescription(const QString& 
 
 void PortalShortcutSession::created(uint response, const QVariantMap& results, const QString& error) {
     // Sent as a string by the portal for historical reasons; an object path is accepted too.
-    const QVariant handle = results.value(QStringLiteral("session_handle"));
-    const QString sessionHandle = handle.userType() == qMetaTypeId<QDBusObjectPath>()
-                                      ? handle.value<QDBusObjectPath>().path()
-                                      : handle.toString();
+    const QString sessionHandle = PortalRequest::objectPath(results.value(QStringLiteral("session_handle")));
     if (m_state != State::opening) {
         // Closed while the desktop made it: it is closed on the desktop's side too.
-        if (response == 0 && !sessionHandle.isEmpty())
-            m_bus.asyncCall(QDBusMessage::createMethodCall(service, sessionHandle, sessionInterface,
-                                                           QStringLiteral("Close")),
-                            callLimitMilliseconds);
+        if (response == 0 && !sessionHandle.isEmpty()) PortalRequest::closeSession(m_bus, sessionHandle);
         return;
     }
     if (response != 0 || sessionHandle.isEmpty()) {
@@ -111,8 +97,8 @@ void PortalShortcutSession::created(uint response, const QVariantMap& results, c
         return;
     }
     m_sessionHandle = sessionHandle;
-    m_bus.connect(service, m_sessionHandle, sessionInterface, QStringLiteral("Closed"), this,
-                  SLOT(sessionClosed(QDBusMessage)));
+    m_bus.connect(PortalRequest::service, m_sessionHandle, PortalRequest::sessionInterface,
+                  QStringLiteral("Closed"), this, SLOT(sessionClosed(QDBusMessage)));
     bind();
 }
 
@@ -159,11 +145,7 @@ void PortalShortcutSession::readShortcuts(const QVariant& list) {
 void PortalShortcutSession::portalSignal(const QDBusMessage& message) {
     const QList<QVariant> arguments = message.arguments();
     if (arguments.isEmpty() || m_sessionHandle.isEmpty()) return;
-    const QVariant session = arguments.constFirst();
-    const QString sessionPath = session.userType() == qMetaTypeId<QDBusObjectPath>()
-                                    ? session.value<QDBusObjectPath>().path()
-                                    : session.toString();
-    if (sessionPath != m_sessionHandle) return;
+    if (PortalRequest::objectPath(arguments.constFirst()) != m_sessionHandle) return;
     if (message.member() == QLatin1String("ShortcutsChanged")) {
         readShortcuts(arguments.value(1));
         emit shortcutsChanged();
@@ -196,9 +178,7 @@ void PortalShortcutSession::end(State state, const QString& reason) {
     if (m_state == State::refused || m_state == State::closed) return;
     // A session whose bind was refused is of no further use; the portal is told so.
     if (state == State::refused && !m_sessionHandle.isEmpty())
-        m_bus.asyncCall(QDBusMessage::createMethodCall(service, m_sessionHandle, sessionInterface,
-                                                       QStringLiteral("Close")),
-                        callLimitMilliseconds);
+        PortalRequest::closeSession(m_bus, m_sessionHandle);
     m_state = state;
     m_reason = reason;
     qCWarning(lcApp, "Shortcuts portal: %s", qUtf8Printable(reason));

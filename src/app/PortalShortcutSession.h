@@ -12,19 +12,15 @@
 namespace murmurly {
 
 // One session of the desktop's global-shortcuts portal (org.freedesktop.portal.GlobalShortcuts):
-// it is created, its shortcuts are bound once (the portal allows one bind per session, and the
-// desktop, not the program, decides the keys), and from then on it reports each shortcut's
+// it is created, its shortcuts are bound once (the portal's documents allow one bind per session,
+// and the desktop, not the program, decides the keys), and from then on it reports each shortcut's
 // activation and deactivation until it is closed, by the program or by the desktop. Calls never
 // block. Main thread only.
 class PortalShortcutSession final : public QObject {
     Q_OBJECT
 
 public:
-    static inline const QString service = QStringLiteral("org.freedesktop.portal.Desktop");
-    static inline const QString path = QStringLiteral("/org/freedesktop/portal/desktop");
     static inline const QString interface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-    // The longest the portal may take to answer a call (its answer to a bind may wait for the user).
-    static constexpr int callLimitMilliseconds = 5000;
 
     struct Shortcut {
         QString id;
@@ -52,7 +48,6 @@ public:
     State state() const { return m_state; }
     // Why the session was refused or closed, for the log and the settings.
     QString reason() const { return m_reason; }
-    const QList<Bound>& bound() const { return m_bound; }
     std::optional<QString> triggerDescription(const QString& id) const;
 
 signals:
@@ -76,7 +71,6 @@ private:
 
     QDBusConnection m_bus;
     QList<Shortcut> m_shortcuts;
-    QString m_token;
     QString m_sessionHandle;
     State m_state = State::opening;
     QString m_reason;

@@ -8,15 +8,13 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QDBusPendingCallWatcher>
-#include <QDBusVariant>
 #include <QUuid>
 
 namespace murmurly {
 
 namespace {
 
-const QString sessionInterface = QStringLiteral("org.freedesktop.portal.Session");
-constexpr int callLimitMilliseconds = 5000;
+constexpr int callLimitMilliseconds = PortalRequest::callLimitMilliseconds;
 constexpr uint keyboardDevice = 1;
 constexpr uint persistUntilRevoked = 2;
 
@@ -33,14 +31,9 @@ QString reasonFor(uint response, const QString& error, const QString& what) {
 } // namespace
 
 bool RemoteDesktopPasteKeys::isOffered(QDBusConnection bus) {
-    if (!bus.isConnected()) return false;
-    QDBusMessage get = QDBusMessage::createMethodCall(PortalRequest::service, PortalRequest::path,
-                                                      QStringLiteral("org.freedesktop.DBus.Properties"),
-                                                      QStringLiteral("Get"));
-    get << interface << QStringLiteral("AvailableDeviceTypes");
-    const QDBusMessage reply = bus.call(get, QDBus::Block, callLimitMilliseconds);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
-    return (reply.arguments().constFirst().value<QDBusVariant>().variant().toUInt() & keyboardDevice) != 0;
+    const std::optional<QVariant> devices =
+        PortalRequest::property(std::move(bus), interface, QStringLiteral("AvailableDeviceTypes"));
+    return devices && (devices->toUInt() & keyboardDevice) != 0;
 }
 
 RemoteDesktopPasteKeys::RemoteDesktopPasteKeys(QDBusConnection bus, Defaults& defaults, QObject* parent)
@@ -51,9 +44,7 @@ RemoteDesktopPasteKeys::RemoteDesktopPasteKeys(QDBusConnection bus, Defaults& de
 
 RemoteDesktopPasteKeys::~RemoteDesktopPasteKeys() {
     if (!m_sessionHandle.isEmpty() && m_state != State::ended && m_state != State::refused)
-        m_bus.asyncCall(QDBusMessage::createMethodCall(PortalRequest::service, m_sessionHandle,
-                                                       sessionInterface, QStringLiteral("Close")),
-                        callLimitMilliseconds);
+        PortalRequest::closeSession(m_bus, m_sessionHandle);
 }
 
 void RemoteDesktopPasteKeys::start() {
@@ -69,15 +60,15 @@ void RemoteDesktopPasteKeys::start() {
                       QStringLiteral("murmurly_paste_") + QUuid::createUuid().toString(QUuid::Id128)}}},
         this,
         [this](uint response, const QVariantMap& results, const QString& error) {
-            const QString handle = results.value(QStringLiteral("session_handle")).toString();
+            const QString handle = PortalRequest::objectPath(results.value(QStringLiteral("session_handle")));
             if (response != 0 || handle.isEmpty()) {
                 fail(State::refused,
                      reasonFor(response, error, QStringLiteral("The desktop opened no session")));
                 return;
             }
             m_sessionHandle = handle;
-            m_bus.connect(PortalRequest::service, m_sessionHandle, sessionInterface, QStringLiteral("Closed"),
-                          this, SLOT(sessionClosed(QDBusMessage)));
+            m_bus.connect(PortalRequest::service, m_sessionHandle, PortalRequest::sessionInterface,
+                          QStringLiteral("Closed"), this, SLOT(sessionClosed(QDBusMessage)));
             selectDevices();
         },
         callLimitMilliseconds);
