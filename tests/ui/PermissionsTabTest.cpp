@@ -129,5 +129,9 @@ TEST(PermissionsTab, AServiceRowFollowsTheDesktopsLaterAnswer) {
     EXPECT_EQ(tab.serviceDetails().at(1)->text(), QStringLiteral("Pasted."));
     EXPECT_EQ(tab.serviceStatuses().at(1)->accessibleName(),
               QStringLiteral("Typing into other apps: granted"));
-    tab.setServiceRow(2, {QStringLiteral("Nothing"), QStringLiteral("no such row"), false}); // ignored
+    // A row that does not exist changes nothing.
+    tab.setServiceRow(2, {QStringLiteral("Nothing"), QStringLiteral("no such row"), false});
+    ASSERT_EQ(tab.serviceDetails().size(), 2);
+    EXPECT_EQ(tab.serviceDetails().at(0)->text(), QStringLiteral("The desktop refused the shortcut."));
+    EXPECT_EQ(tab.serviceDetails().at(1)->text(), QStringLiteral("Pasted."));
 }
