@@ -7,6 +7,7 @@
 // text (that of the first dictation after a start apart from the rest, over several restarts of
 // the program in the same home), and, for reference, what Debian's pocketsphinx_continuous takes
 // to decode the same files.
+#include "HarnessSupport.h"
 #include "LatencyMarks.h"
 #include "ProcessUsage.h"
 
@@ -73,55 +74,16 @@ std::optional<Options> parseOptions(int argc, char** argv) {
     return options;
 }
 
-long long monotonicMicroseconds() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
 double mebibytes(long long bytes) {
     return double(bytes) / (1024.0 * 1024.0);
 }
 
-// The value below which `fraction` of the samples lie (nearest rank).
 double percentile(std::vector<double> samples, double fraction) {
-    if (samples.empty()) return 0;
-    std::sort(samples.begin(), samples.end());
-    const auto rank = std::size_t(std::max(1.0, std::ceil(fraction * double(samples.size()))));
-    return samples[std::min(rank, samples.size()) - 1];
+    return nearestRank(std::move(samples), fraction);
 }
 
 double median(std::vector<double> samples) {
-    return percentile(std::move(samples), 0.5);
-}
-
-void fail(const char* what, const QString& detail = {}) {
-    std::fprintf(stderr, "latency harness: %s\n%s\n", what, qPrintable(detail));
-    std::exit(1);
-}
-
-// Low noise played into the sink for as long as the harness runs: a real microphone hears a room
-// all the time, and the sink's monitor then hands a new recording its first audio as a microphone
-// would, instead of waiting for the next loud sound. About -65 dBFS: pacat's volume is cubic,
-// (6554 / 65536)³ = 1/1000 of full scale.
-std::unique_ptr<QProcess> startRoomNoise() {
-    auto process = std::make_unique<QProcess>();
-    process->start(QStringLiteral("pacat"),
-                   {QStringLiteral("--playback"), QStringLiteral("--raw"), QStringLiteral("--format=s16le"),
-                    QStringLiteral("--rate=16000"), QStringLiteral("--channels=1"),
-                    QStringLiteral("--latency-msec=20"), QStringLiteral("--volume=6554"),
-                    QStringLiteral("/dev/urandom")});
-    if (!process->waitForStarted(5000)) fail("could not start pacat for the room noise");
-    return process;
-}
-
-// Runs pactl against the private audio server (PULSE_SERVER points at it).
-void pactl(const QStringList& arguments) {
-    QProcess process;
-    process.start(QStringLiteral("pactl"), arguments);
-    if (!process.waitForFinished(10000) || process.exitCode() != 0)
-        fail("pactl failed:", arguments.join(QLatin1Char(' ')) + QLatin1Char('\n') +
-                                  QString::fromUtf8(process.readAllStandardError()));
+    return nearestRank(std::move(samples), 0.5);
 }
 
 // The CPU the program uses over `seconds` of doing nothing, as a share of one core.

@@ -9,16 +9,13 @@
 #include "PrivateDesktopPortal.h"
 #include "PrivatePulseServer.h"
 #include "PrivateSessionBus.h"
+#include "ProgramCopy.h"
 #include "RunningMurmurly.h"
 #include "SpeechCorpus.h"
 #include "TemporaryHome.h"
 #include "TextFieldWindowProcess.h"
 #include "WaitUntil.h"
 #include "WaylandTestKeyboard.h"
-
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -42,39 +39,6 @@ std::optional<QByteArray> bytesOf(const Types& types, const QString& type) {
     for (const auto& [name, bytes] : types)
         if (name == type) return bytes;
     return std::nullopt;
-}
-
-// A copy of the built program that the compositor's user may run: the build folder may sit where
-// only root can reach it.
-class ProgramCopy {
-public:
-    ProgramCopy() {
-        m_path = m_dir.filePath(QStringLiteral("murmurly"));
-        const auto open = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup |
-                          QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
-        m_ready = m_dir.isValid() && QFile::setPermissions(m_dir.path(), open) &&
-                  QFile::copy(QStringLiteral(MURMURLY_EXECUTABLE), m_path) &&
-                  QFile::setPermissions(m_path, open);
-    }
-    bool isReady() const { return m_ready; }
-    QString path() const { return m_path; }
-
-private:
-    QTemporaryDir m_dir;
-    QString m_path;
-    bool m_ready = false;
-};
-
-// sway's bindings of the trigger, as the README gives them: Right Alt starts dictating on press
-// and stops on release; while it is held, Esc cancels. sway sees the Alt modifier already set
-// when Right Alt goes down, and still set as it comes up, hence "Mod1+"; the press must not
-// repeat while the key is held. (A release binding inside a mode entered by the press binding
-// was not run by sway 1.7.)
-QString bindings(const QString& program) {
-    return QStringLiteral("bindsym --no-repeat Mod1+Alt_R exec %1 --press\n"
-                          "bindsym --release Mod1+Alt_R exec %1 --release\n"
-                          "bindsym Mod1+Escape exec %1 --cancel\n")
-        .arg(program);
 }
 
 // Another Wayland client that puts a text and an image on the clipboard and serves them.
@@ -186,7 +150,7 @@ protected:
     TemporaryHome home;
     PrivatePulseServer pulse;
     PrivateSessionBus bus{PrivateSessionBus::Access::anyUser};
-    HeadlessSway sway{bindings(program.path())};
+    HeadlessSway sway{HeadlessSway::triggerBindings(program.path())};
     std::optional<MurmurlyControl> control;
     std::optional<TextFieldWindowProcess> window;
     std::optional<WaylandTestKeyboard> keyboard;

@@ -25,6 +25,16 @@ focus_on_window_activation focus
 
 } // namespace
 
+// sway sees the Alt modifier already set when Right Alt goes down, and still set as it comes up,
+// hence "Mod1+"; the press must not repeat while the key is held. (A release binding inside a mode
+// entered by the press binding was not run by sway 1.7.)
+QString HeadlessSway::triggerBindings(const QString& program) {
+    return QStringLiteral("bindsym --no-repeat Mod1+Alt_R exec %1 --press\n"
+                          "bindsym --release Mod1+Alt_R exec %1 --release\n"
+                          "bindsym Mod1+Escape exec %1 --cancel\n")
+        .arg(program);
+}
+
 HeadlessSway::HeadlessSway(const QString& configuration, const QProcessEnvironment& environment) {
     if (!start(configuration, environment)) {
         if (m_sway.state() != QProcess::NotRunning) stopChild(m_sway);

@@ -17,6 +17,10 @@ namespace murmurly::testing {
 class HeadlessSway {
 public:
     // `configuration` is added to a minimal sway configuration (no bar, no XWayland).
+    // sway's bindings of the trigger to `program`, as the README gives them: Right Alt starts
+    // dictating on press and stops on release; while it is held, Esc cancels.
+    static QString triggerBindings(const QString& program);
+
     explicit HeadlessSway(const QString& configuration = {},
                           const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
     ~HeadlessSway();
