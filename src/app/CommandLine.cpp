@@ -12,6 +12,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusError>
+#include <QGuiApplication>
 #include <QLoggingCategory>
 
 #include <QCoro/QCoroTask>
@@ -281,6 +282,14 @@ QString CommandLine::versionText() {
     return QStringLiteral("murmurly " MURMURLY_VERSION);
 }
 
+void CommandLine::nameApplication() {
+    QCoreApplication::setApplicationName(QStringLiteral("murmurly"));
+    QCoreApplication::setOrganizationName(QStringLiteral("com.qv"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MURMURLY_VERSION));
+    // Desktops find the program's name and icon through its windows' app id.
+    QGuiApplication::setDesktopFileName(applicationId);
+}
+
 int CommandLine::run(int argc, char** argv) {
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
@@ -289,9 +298,7 @@ int CommandLine::run(int argc, char** argv) {
 
     // The recognizer's own chatter is debug output; QT_LOGGING_RULES can still turn it on.
     QLoggingCategory::setFilterRules(QStringLiteral("com.qv.murmurly.app.debug=false"));
-    QCoreApplication::setApplicationName(QStringLiteral("murmurly"));
-    QCoreApplication::setOrganizationName(QStringLiteral("com.qv"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(MURMURLY_VERSION));
+    nameApplication();
 
     switch (invocation.kind) {
     case Invocation::Kind::usageError:

@@ -20,6 +20,10 @@ public:
         bool autostarted = false;              // for gui: started by the login (--autostart)
     };
 
+    // The program's application id: the basename of its installed desktop file, the app id of its
+    // Wayland windows and the id it gives the desktop portal.
+    static inline const QString applicationId = QStringLiteral("com.qv.Murmurly");
+
     // Exit statuses besides those of the transcribe command.
     static constexpr int exitSuccess = 0;
     static constexpr int exitNotRunning = 1;
@@ -30,6 +34,8 @@ public:
     static Invocation parse(const QStringList& arguments);
     static QString helpText();
     static QString versionText();
+    // Names the program to Qt: application, organization, version and desktop file.
+    static void nameApplication();
 
     // Runs what the command line asks for and returns the exit status. Remote control and
     // transcribe work without a display; the tray program needs one.

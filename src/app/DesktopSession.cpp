@@ -1,5 +1,6 @@
 #include "app/DesktopSession.h"
 
+#include "app/HostPortalRegistration.h"
 #include "app/PortalShortcutSession.h"
 #include "app/RemoteDesktopPasteKeys.h"
 
@@ -7,7 +8,8 @@
 
 namespace murmurly {
 
-DesktopSession DesktopSession::detect(const QProcessEnvironment& environment) {
+DesktopSession DesktopSession::detect(const QProcessEnvironment& environment,
+                                      HostPortalRegistration* registration) {
     DesktopSession session;
     session.waylandDisplay = environment.value(QStringLiteral("WAYLAND_DISPLAY")).toLocal8Bit();
     session.x11Display = environment.value(QStringLiteral("DISPLAY")).toLocal8Bit();
@@ -24,6 +26,8 @@ DesktopSession DesktopSession::detect(const QProcessEnvironment& environment) {
     }
     // Only a Wayland session needs the portal: on X11 the keyboard is read directly.
     if (!environment.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")).isEmpty()) {
+        // The portal takes the application id only before the program's first call to it.
+        if (registration) registration->ensure();
         session.offersShortcutsPortal = PortalShortcutSession::isOffered(QDBusConnection::sessionBus());
         if (!session.offersVirtualKeyboard())
             session.offersRemoteDesktop = RemoteDesktopPasteKeys::isOffered(QDBusConnection::sessionBus());

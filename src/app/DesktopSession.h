@@ -7,6 +7,8 @@
 
 namespace murmurly {
 
+class HostPortalRegistration;
+
 // The desktop session the program runs in, as the session itself tells: the environment names
 // the display servers, and a Wayland compositor lists the protocols it offers (its globals). What
 // the program can do there is read from those globals, never from the desktop's name.
@@ -26,9 +28,11 @@ struct DesktopSession {
     bool offersRemoteDesktop = false;
 
     // Reads the environment; on a Wayland session asks the compositor for its globals and the
-    // session bus for the shortcuts portal (both bounded).
+    // session bus for the shortcuts portal (both bounded). `registration`, when given, makes the
+    // program known to the portal before it is asked anything.
     static DesktopSession
-    detect(const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
+    detect(const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
+           HostPortalRegistration* registration = nullptr);
 
     bool offers(const char* interface) const { return globals.contains(QByteArray(interface)); }
     // The data-control protocol the compositor offers, the standard one first; empty when none.

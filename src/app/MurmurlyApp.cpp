@@ -1,5 +1,6 @@
 #include "app/MurmurlyApp.h"
 
+#include "app/CommandLine.h"
 #include "app/PortalKeyEventSource.h"
 #include "app/RemoteDesktopPasteKeys.h"
 #include "core/AppController.h"
@@ -13,8 +14,11 @@ namespace murmurly {
 MurmurlyApp::MurmurlyApp(QObject* parent)
     : QObject(parent)
     , m_localModel(m_defaults, m_network)
-    , m_session(DesktopSession::detect(), m_defaults,
-                [this](const QString& appId) { return m_activeApplication.applicationFor(appId, appId); })
+    , m_portalRegistration(QDBusConnection::sessionBus(), CommandLine::applicationId)
+    , m_session(
+          DesktopSession::detect(QProcessEnvironment::systemEnvironment(), &m_portalRegistration), m_defaults,
+          [this](const QString& appId) { return m_activeApplication.applicationFor(appId, appId); },
+          &m_portalRegistration)
     // The running program keeps what the recognizer learns of the voice and microphone between
     // runs, so that the first dictation after start is recognized as well as the later ones.
     , m_speech(PocketsphinxBackend::defaultModelRoots(), {},

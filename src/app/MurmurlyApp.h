@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/HostPortalRegistration.h"
 #include "app/SessionServices.h"
 #include "cleanup/LocalModelServer.h"
 #include "core/SystemClock.h"
@@ -54,6 +55,7 @@ private:
     LocalModelServer m_localModel;
     // The focused X window's application; also names a Wayland app id by its desktop entry.
     X11ActiveApplication m_activeApplication;
+    HostPortalRegistration m_portalRegistration; // before the session, which asks the portal
     SessionServices m_session; // the trigger, the clipboard and the paste chord of this session
     X11KeyState m_keyState;
     PocketsphinxBackend m_speech;

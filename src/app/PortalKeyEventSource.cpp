@@ -1,13 +1,16 @@
 #include "app/PortalKeyEventSource.h"
 
+#include "app/HostPortalRegistration.h"
 #include "core/Log.h"
 #include "hotkey/KeyCodes.h"
 
 namespace murmurly {
 
-PortalKeyEventSource::PortalKeyEventSource(QDBusConnection bus, QObject* parent)
+PortalKeyEventSource::PortalKeyEventSource(QDBusConnection bus, HostPortalRegistration* registration,
+                                           QObject* parent)
     : QObject(parent)
-    , m_bus(std::move(bus)) {
+    , m_bus(std::move(bus))
+    , m_registration(registration) {
 }
 
 PortalKeyEventSource::~PortalKeyEventSource() {
@@ -66,6 +69,7 @@ void PortalKeyEventSource::discard(std::unique_ptr<PortalShortcutSession>& sessi
 void PortalKeyEventSource::openSession() {
     pressTrigger(false);
     discard(m_session);
+    if (m_registration) m_registration->ensure();
     m_session = std::make_unique<PortalShortcutSession>(
         m_bus,
         QList<PortalShortcutSession::Shortcut>{{dictateId, QStringLiteral("Dictate"), requestedTrigger()}});

@@ -10,6 +10,8 @@
 
 namespace murmurly {
 
+class HostPortalRegistration;
+
 // The trigger on a desktop whose global-shortcuts portal lets a program be told of a key's press
 // and release without reading the keyboard. The trigger is one shortcut, "dictate", bound with the
 // chosen key as the preferred trigger; the desktop decides the key, and its activation and
@@ -26,7 +28,10 @@ public:
     // Asked for when the chosen trigger is a modifier alone, which desktop shortcuts cannot be.
     static inline const QString proposedTrigger = QStringLiteral("F9");
 
-    explicit PortalKeyEventSource(QDBusConnection bus, QObject* parent = nullptr);
+    // `registration`, when given, is renewed before each session is opened (a portal that
+    // restarted has forgotten it); it must outlive this object.
+    explicit PortalKeyEventSource(QDBusConnection bus, HostPortalRegistration* registration = nullptr,
+                                  QObject* parent = nullptr);
     ~PortalKeyEventSource() override;
 
     // Opens the portal session unless one is open or opening; false once the desktop refused the
@@ -68,6 +73,7 @@ private:
     void notifyAssignment();
 
     QDBusConnection m_bus;
+    HostPortalRegistration* m_registration;
     KeyEventSink* m_sink = nullptr;
     HotkeyBinding m_binding = HotkeyBinding::defaultBinding();
     std::unique_ptr<PortalShortcutSession> m_session;

@@ -1,5 +1,6 @@
 #include "app/RemoteDesktopPasteKeys.h"
 
+#include "app/HostPortalRegistration.h"
 #include "app/PortalRequest.h"
 #include "core/Defaults.h"
 #include "core/Log.h"
@@ -8,7 +9,10 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
 #include <QUuid>
+
+#include <utility>
 
 namespace murmurly {
 
@@ -36,10 +40,17 @@ bool RemoteDesktopPasteKeys::isOffered(QDBusConnection bus) {
     return devices && (devices->toUInt() & keyboardDevice) != 0;
 }
 
-RemoteDesktopPasteKeys::RemoteDesktopPasteKeys(QDBusConnection bus, Defaults& defaults, QObject* parent)
+RemoteDesktopPasteKeys::RemoteDesktopPasteKeys(QDBusConnection bus, Defaults& defaults,
+                                               HostPortalRegistration* registration, QObject* parent)
     : QObject(parent)
     , m_bus(std::move(bus))
-    , m_defaults(defaults) {
+    , m_defaults(defaults)
+    , m_registration(registration) {
+    // The portal going away takes the session with it; a portal that is back is asked again.
+    auto* watcher = new QDBusServiceWatcher(PortalRequest::service, m_bus,
+                                            QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            &RemoteDesktopPasteKeys::portalOwnerChanged);
 }
 
 RemoteDesktopPasteKeys::~RemoteDesktopPasteKeys() {
@@ -49,8 +60,11 @@ RemoteDesktopPasteKeys::~RemoteDesktopPasteKeys() {
 
 void RemoteDesktopPasteKeys::start() {
     if (m_state == State::asking || m_state == State::ready) return;
+    if (m_registration) m_registration->ensure();
+    const std::uint64_t attempt = ++m_attempt;
     m_state = State::asking;
     m_closedWhileAsking = false;
+    m_askAgain = false;
     m_problem.clear();
     m_sessionHandle.clear();
     emit stateChanged();
@@ -59,7 +73,8 @@ void RemoteDesktopPasteKeys::start() {
         {QVariantMap{{QStringLiteral("session_handle_token"),
                       QStringLiteral("murmurly_paste_") + QUuid::createUuid().toString(QUuid::Id128)}}},
         this,
-        [this](uint response, const QVariantMap& results, const QString& error) {
+        [this, attempt](uint response, const QVariantMap& results, const QString& error) {
+            if (attempt != m_attempt) return;
             const QString handle = PortalRequest::objectPath(results.value(QStringLiteral("session_handle")));
             if (response != 0 || handle.isEmpty()) {
                 fail(State::refused,
@@ -83,7 +98,8 @@ void RemoteDesktopPasteKeys::selectDevices() {
     PortalRequest::call(
         m_bus, interface, QStringLiteral("SelectDevices"),
         {QVariant::fromValue(QDBusObjectPath(m_sessionHandle)), options}, this,
-        [this](uint response, const QVariantMap&, const QString& error) {
+        [this, attempt = m_attempt](uint response, const QVariantMap&, const QString& error) {
+            if (attempt != m_attempt) return;
             if (response != 0) {
                 fail(State::refused,
                      reasonFor(response, error, QStringLiteral("The desktop offered no keyboard")));
@@ -98,7 +114,8 @@ void RemoteDesktopPasteKeys::startSession() {
     PortalRequest::call(
         m_bus, interface, QStringLiteral("Start"),
         {QVariant::fromValue(QDBusObjectPath(m_sessionHandle)), QString(), QVariantMap()}, this,
-        [this](uint response, const QVariantMap& results, const QString& error) {
+        [this, attempt = m_attempt](uint response, const QVariantMap& results, const QString& error) {
+            if (attempt != m_attempt) return;
             if (response != 0) {
                 fail(State::refused, reasonFor(response, error, QStringLiteral("The desktop did not start")));
                 return;
@@ -132,6 +149,39 @@ void RemoteDesktopPasteKeys::sessionClosed(const QDBusMessage& message) {
     fail(State::ended, QStringLiteral("The desktop ended the permission to press keys."));
 }
 
+void RemoteDesktopPasteKeys::portalOwnerChanged(const QString&, const QString& oldOwner,
+                                                const QString& newOwner) {
+    if (!oldOwner.isEmpty() && (m_state == State::asking || m_state == State::ready))
+        drop(QStringLiteral("The desktop's remote-desktop portal went away."));
+    if (!newOwner.isEmpty() && m_askAgain && m_state == State::idle) start();
+}
+
+void RemoteDesktopPasteKeys::drop(const QString& reason) {
+    if (!m_sessionHandle.isEmpty())
+        m_bus.disconnect(PortalRequest::service, m_sessionHandle, PortalRequest::sessionInterface,
+                         QStringLiteral("Closed"), this, SLOT(sessionClosed(QDBusMessage)));
+    ++m_attempt; // what the old session still answers is of no use
+    m_sessionHandle.clear();
+    // Keys held in the session are released by the desktop as it ends the session's devices.
+    m_held.clear();
+    m_state = State::idle;
+    m_askAgain = true;
+    m_problem = reason;
+    qCWarning(lcApp, "Remote-desktop portal: %s The keyboard is asked for again at the next paste.",
+              qUtf8Printable(reason));
+    emit stateChanged();
+}
+
+void RemoteDesktopPasteKeys::breakChord(const QString& reason) {
+    if (std::exchange(m_chordBroken, true)) return;
+    qCWarning(lcApp, "Remote-desktop portal: the paste chord was cut short: %s", qUtf8Printable(reason));
+    m_problem = QStringLiteral("The desktop stopped taking keys: ") + reason;
+    // The rest of the chord is not sent; whatever it pressed is released, last pressed first.
+    m_keys.clear();
+    for (auto held = m_held.rbegin(); held != m_held.rend(); ++held)
+        m_keys.push_back({*held, false});
+}
+
 void RemoteDesktopPasteKeys::fail(State state, const QString& reason) {
     m_state = state;
     m_problem = reason;
@@ -148,28 +198,49 @@ void RemoteDesktopPasteKeys::key(int keysym, bool pressed) {
 // the desktop in another order; each key goes out once the portal has taken the one before.
 void RemoteDesktopPasteKeys::sendNextKey() {
     if (m_keys.empty() || m_state != State::ready) {
+        const bool failed = std::exchange(m_chordFailed, false);
+        const bool complete = m_keys.empty() && !failed;
+        const bool broken = std::exchange(m_chordBroken, false);
         m_sending = false;
         m_keys.clear();
+        // A session that stopped taking keys is not trusted with the next chord.
+        if (broken && m_state == State::ready) {
+            PortalRequest::closeSession(m_bus, m_sessionHandle);
+            drop(QString(m_problem));
+        }
+        emit chordEnded(complete);
         return;
     }
     m_sending = true;
     const auto [keysym, pressed] = m_keys.front();
     m_keys.pop_front();
+    // Counted as held from the moment it is sent: a press left unanswered may still have landed.
+    if (pressed)
+        m_held.push_back(keysym);
+    else
+        std::erase(m_held, keysym);
     QDBusMessage message = QDBusMessage::createMethodCall(PortalRequest::service, PortalRequest::path,
                                                           interface, QStringLiteral("NotifyKeyboardKeysym"));
     message << QVariant::fromValue(QDBusObjectPath(m_sessionHandle)) << QVariantMap() << keysym
             << uint(pressed ? 1 : 0);
     auto* pending = new QDBusPendingCallWatcher(m_bus.asyncCall(message, callLimitMilliseconds), this);
-    connect(pending, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
-        finished->deleteLater();
-        if (finished->isError())
-            qCWarning(lcApp, "Remote-desktop portal refused a key: %s",
-                      qUtf8Printable(finished->error().message()));
-        sendNextKey();
-    });
+    connect(pending, &QDBusPendingCallWatcher::finished, this,
+            [this, attempt = m_attempt](QDBusPendingCallWatcher* finished) {
+                finished->deleteLater();
+                // A session dropped meanwhile failed on its own; its keys say nothing of the next.
+                if (finished->isError()) {
+                    m_chordFailed = true;
+                    if (attempt == m_attempt) breakChord(finished->error().message());
+                }
+                sendNextKey();
+            });
 }
 
 bool RemoteDesktopPasteKeys::paste() {
+    if (m_state == State::idle && m_askAgain) {
+        start();
+        return false;
+    }
     if (m_state != State::ready) return false;
     const bool terminal = m_isTerminal && m_isTerminal();
     key(controlKeysym, true);

@@ -14,7 +14,8 @@
 namespace murmurly {
 
 SessionServices::SessionServices(const DesktopSession& session, Defaults& defaults,
-                                 std::function<FocusedApplication(const QString& appId)> naming)
+                                 std::function<FocusedApplication(const QString& appId)> naming,
+                                 HostPortalRegistration* registration)
     : m_session(session) {
     if (session.kind == DesktopSession::Kind::x11) {
         m_keyEvents = std::make_unique<X11KeyEventSource>(QByteArray(), &m_ownKeyEvents);
@@ -25,7 +26,7 @@ SessionServices::SessionServices(const DesktopSession& session, Defaults& defaul
         // trigger where it has one; otherwise the compositor's bindings call us.
         if (session.offersShortcutsPortal) {
             m_keyReading = KeyReading::shortcutsPortal;
-            auto portal = std::make_unique<PortalKeyEventSource>(QDBusConnection::sessionBus());
+            auto portal = std::make_unique<PortalKeyEventSource>(QDBusConnection::sessionBus(), registration);
             m_portalKeys = portal.get();
             m_keyEvents = std::move(portal);
         } else {
@@ -66,7 +67,8 @@ SessionServices::SessionServices(const DesktopSession& session, Defaults& defaul
             m_pasteKeys = std::move(keyboard);
         } else if (session.offersRemoteDesktop) {
             // The desktop presses the keys for us, once the user has allowed it.
-            auto portal = std::make_unique<RemoteDesktopPasteKeys>(QDBusConnection::sessionBus(), defaults);
+            auto portal = std::make_unique<RemoteDesktopPasteKeys>(QDBusConnection::sessionBus(), defaults,
+                                                                   registration);
             portal->setTerminalCheck(isTerminal);
             portal->start();
             m_pasteChord = PasteChord::remoteDesktop;

@@ -13,6 +13,7 @@ namespace murmurly {
 
 class Clipboard;
 class Defaults;
+class HostPortalRegistration;
 class KeyEventSource;
 class PasteKeys;
 class PortalKeyEventSource;
@@ -44,10 +45,12 @@ public:
         bool working = false;
     };
 
-    // `defaults` (the terminal list) and `naming` (an application's name from its app id) must
-    // outlive this object.
+    // `defaults` (the terminal list), `naming` (an application's name from its app id) and
+    // `registration` (the program's id for the portals, renewed before their sessions are
+    // opened; may be null) must outlive this object.
     SessionServices(const DesktopSession& session, Defaults& defaults,
-                    std::function<FocusedApplication(const QString& appId)> naming = {});
+                    std::function<FocusedApplication(const QString& appId)> naming = {},
+                    HostPortalRegistration* registration = nullptr);
     ~SessionServices();
     SessionServices(const SessionServices&) = delete;
     SessionServices& operator=(const SessionServices&) = delete;

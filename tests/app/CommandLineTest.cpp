@@ -1,5 +1,9 @@
 #include "app/CommandLine.h"
 
+#include <QFile>
+#include <QGuiApplication>
+#include <QSettings>
+
 #include <gtest/gtest.h>
 
 using namespace murmurly;
@@ -143,4 +147,19 @@ TEST(CommandLine, HelpExplainsEveryOptionTheCommandAndWayland) {
     // No line wider than a terminal.
     for (const QString& line : help.split(QLatin1Char('\n')))
         EXPECT_LE(line.size(), 80) << line.toStdString();
+}
+
+// Desktops and portals match a program's windows and calls to its desktop file by name: the file
+// installed from the source tree is the one the program names itself after.
+TEST(CommandLine, TheProgramNamesItselfAfterItsDesktopFile) {
+    CommandLine::nameApplication();
+    EXPECT_EQ(QGuiApplication::desktopFileName(), QStringLiteral("com.qv.Murmurly"));
+    const QString path = QStringLiteral(MURMURLY_DATA_DIR "/") + QGuiApplication::desktopFileName() +
+                         QStringLiteral(".desktop");
+    ASSERT_TRUE(QFile::exists(path)) << path.toStdString();
+    QSettings entry(path, QSettings::IniFormat);
+    entry.beginGroup(QStringLiteral("Desktop Entry"));
+    EXPECT_EQ(entry.value(QStringLiteral("Type")).toString(), QStringLiteral("Application"));
+    EXPECT_EQ(entry.value(QStringLiteral("Exec")).toString(), QStringLiteral("murmurly"));
+    EXPECT_EQ(entry.value(QStringLiteral("Name")).toString(), QStringLiteral("Murmurly"));
 }

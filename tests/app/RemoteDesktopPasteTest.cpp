@@ -8,10 +8,14 @@
 #include "PrivateSessionBus.h"
 #include "WaitUntil.h"
 
+#include "app/CommandLine.h"
+#include "app/HostPortalRegistration.h"
 #include "app/RemoteDesktopPasteKeys.h"
 #include "output/TextInserter.h"
 
 #include <QDBusConnection>
+
+#include <csignal>
 
 #include <gtest/gtest.h>
 
@@ -40,10 +44,20 @@ protected:
         QDBusConnection::disconnectFromBus(connectionName);
     }
 
-    RemoteDesktopPasteKeys& started() {
-        keys = std::make_unique<RemoteDesktopPasteKeys>(*connection, defaults);
+    RemoteDesktopPasteKeys& started(HostPortalRegistration* registration = nullptr) {
+        keys = std::make_unique<RemoteDesktopPasteKeys>(*connection, defaults, registration);
+        QObject::connect(keys.get(), &RemoteDesktopPasteKeys::chordEnded,
+                         [this](bool complete) { chordsEnded << complete; });
         keys->start();
         return *keys;
+    }
+    bool ready() {
+        return waitUntil([&] { return keys->state() == RemoteDesktopPasteKeys::State::ready; }, 30s);
+    }
+    // How the last chord ended, once `count` chords have.
+    std::optional<bool> chordEnded(qsizetype count) {
+        if (!waitUntil([&] { return chordsEnded.size() >= count; }, 30s)) return std::nullopt;
+        return chordsEnded.at(count - 1);
     }
     bool settled() {
         return waitUntil([&] { return keys->state() != RemoteDesktopPasteKeys::State::asking; }, 30s);
@@ -66,6 +80,7 @@ protected:
     std::optional<QDBusConnection> connection;
     MemoryDefaults defaults;
     std::unique_ptr<RemoteDesktopPasteKeys> keys;
+    QList<bool> chordsEnded;
 };
 
 } // namespace
@@ -147,4 +162,48 @@ TEST_F(RemoteDesktopPasteTest, AStoredTokenIsKeptWhenTheDesktopHandsOutNone) {
     EXPECT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
     EXPECT_EQ(defaults.stringValue(RemoteDesktopPasteKeys::restoreTokenKey),
               QStringLiteral("8d5c2a1e-0f64-4c43-9c1d-2f1b7a0e3c55"));
+}
+
+// Debian's frontend (1.16) has no application registry: the program is told so and carries on.
+TEST_F(RemoteDesktopPasteTest, APortalWithoutTheApplicationRegistryStillGivesTheKeyboard) {
+    HostPortalRegistration registration(*connection, CommandLine::applicationId);
+    RemoteDesktopPasteKeys& k = started(&registration);
+    EXPECT_EQ(registration.outcome(), HostPortalRegistration::Outcome::absent);
+    ASSERT_TRUE(settled());
+    ASSERT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
+    ASSERT_TRUE(k.paste());
+    EXPECT_EQ(received(4), ctrlV);
+    EXPECT_EQ(chordEnded(1), true);
+}
+
+// The portal ends while the chord is under way (Ctrl sent, V not yet): the chord ends as failed
+// instead of waiting, nothing of it reaches the desktop afterwards, the clipboard is put back,
+// and the portal, once back, is asked for the keyboard again, so the next chord works.
+TEST_F(RemoteDesktopPasteTest, ADesktopThatGoesAwayMidChordEndsTheChordAndTheClipboardIsPutBack) {
+    RemoteDesktopPasteKeys& k = started();
+    ASSERT_TRUE(ready()) << k.problem().toStdString();
+    // Held still, the frontend takes Ctrl from the bus but never answers it.
+    ASSERT_EQ(::kill(static_cast<pid_t>(portal->frontendProcessId()), SIGSTOP), 0);
+    FakeClipboard clipboard;
+    clipboard.writeText(QStringLiteral("what the user copied"));
+    ManualClock clock;
+    TextInserter inserter(clipboard, k, clock);
+    auto task = inserter.insert(QStringLiteral("the dictated words"));
+    EXPECT_EQ(clipboard.text(), QStringLiteral("the dictated words"));
+    EXPECT_TRUE(chordsEnded.isEmpty());
+
+    // Ended (SIGTERM, then SIGKILL, which also ends a stopped process) and started again.
+    ASSERT_TRUE(portal->restartFrontend()) << portal->error().toStdString();
+    EXPECT_EQ(chordEnded(1), false);
+    EXPECT_EQ(portal->keysyms(), Keys()) << "the desktop was left with no key pressed";
+    clock.advance(200ms);
+    ASSERT_TRUE(waitUntil([&] { return task.isReady(); }, 30s));
+    EXPECT_EQ(clipboard.text(), QStringLiteral("what the user copied"));
+
+    ASSERT_TRUE(ready()) << k.problem().toStdString();
+    EXPECT_EQ(portal->consentRequests(), 2u);
+    EXPECT_EQ(portal->remoteDesktopSessions(), 1u) << "only the new session is left";
+    ASSERT_TRUE(k.paste());
+    EXPECT_EQ(received(4), ctrlV);
+    EXPECT_EQ(chordEnded(2), true);
 }

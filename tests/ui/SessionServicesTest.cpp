@@ -4,17 +4,23 @@
 #include "SettingsFixture.h"
 #include "UiTestSupport.h"
 
+#include "ChildProcess.h"
 #include "MemoryDefaults.h"
 #include "PrivateDesktopPortal.h"
 #include "PrivateSessionBus.h"
 #include "WaitUntil.h"
+#include "app/CommandLine.h"
 #include "app/DesktopSession.h"
+#include "app/HostPortalRegistration.h"
+#include "app/PortalKeyEventSource.h"
 #include "app/RemoteDesktopPasteKeys.h"
 #include "app/SessionServices.h"
 #include "hotkey/KeyEventSource.h"
 #include "settings/PermissionsTab.h"
 
+#include <QDBusConnectionInterface>
 #include <QLabel>
+#include <QProcess>
 
 #include <gtest/gtest.h>
 
@@ -31,6 +37,63 @@ public:
 
 PermissionsTab::ServiceRow row(const SessionServices::Description& description) {
     return {description.title, description.detail, description.working};
+}
+
+// A portal frontend with the application registry, on the test's bus, which records each call it
+// receives; stopped when the object goes.
+class RegistryPortal {
+public:
+    explicit RegistryPortal(const QString& busAddress)
+        : m_bus(QDBusConnection::connectToBus(busAddress, connectionName)) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), busAddress);
+        m_process.setProcessEnvironment(environment);
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        endWithThisProcess(m_process);
+        m_process.start(QStringLiteral(MURMURLY_STAND_IN_PORTAL_REGISTRY), {});
+        m_running = m_process.waitForStarted(30000) &&
+                    waitUntil(
+                        [this] {
+                            return m_process.state() != QProcess::Running ||
+                                   m_bus.interface()
+                                       ->isServiceRegistered(QStringLiteral("org.freedesktop.portal.Desktop"))
+                                       .value();
+                        },
+                        30s) &&
+                    m_process.state() == QProcess::Running;
+    }
+    ~RegistryPortal() {
+        stopChild(m_process);
+        QDBusConnection::disconnectFromBus(connectionName);
+    }
+    RegistryPortal(const RegistryPortal&) = delete;
+    RegistryPortal& operator=(const RegistryPortal&) = delete;
+
+    bool isRunning() const { return m_running; }
+    // Every call received, oldest first: "INTERFACE.MEMBER ARGUMENTS".
+    QStringList calls() {
+        const QDBusMessage reply =
+            m_bus.call(QDBusMessage::createMethodCall(
+                           QStringLiteral("org.freedesktop.portal.Desktop"), QStringLiteral("/control"),
+                           QStringLiteral("com.qv.murmurly.test.PortalRegistry"), QStringLiteral("Calls")),
+                       QDBus::Block, 10000);
+        return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments().value(0).toStringList()
+                                                          : QStringList();
+    }
+
+private:
+    static inline const QString connectionName = QStringLiteral("registry-portal-test");
+    QDBusConnection m_bus;
+    QProcess m_process;
+    bool m_running = false;
+};
+
+QProcessEnvironment waylandDesktopOn(const PrivateSessionBus& bus) {
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("/nonexistent/wayland-0"));
+    environment.insert(QStringLiteral("DISPLAY"), qEnvironmentVariable("DISPLAY"));
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus.address());
+    return environment;
 }
 
 } // namespace
@@ -150,4 +213,70 @@ TEST(SessionServices, AWaylandDesktopWithThePortalsTakesTheTriggerAndTheChordFro
     EXPECT_TRUE(insertion.detail.startsWith(QStringLiteral("Pasted with Ctrl+V pressed by the desktop's "
                                                            "remote-desktop portal")))
         << insertion.detail.toStdString();
+}
+
+// Debian 12's frontend (1.16) has no application registry: the program is told so, says nothing
+// alarming, and still binds its trigger and is given the keyboard.
+TEST(SessionServices, APortalWithoutTheApplicationRegistryStillBindsTheTriggerAndGivesTheKeyboard) {
+    PrivateSessionBus bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    PrivateDesktopPortal portal(bus.address());
+    ASSERT_TRUE(portal.isRunning()) << portal.error().toStdString();
+    HostPortalRegistration registration(QDBusConnection::sessionBus(), CommandLine::applicationId);
+    const DesktopSession session = DesktopSession::detect(waylandDesktopOn(bus), &registration);
+    EXPECT_EQ(registration.outcome(), HostPortalRegistration::Outcome::absent);
+    EXPECT_TRUE(session.offersShortcutsPortal);
+    EXPECT_TRUE(session.offersRemoteDesktop);
+
+    MemoryDefaults defaults;
+    SessionServices services(session, defaults, {}, &registration);
+    NoKeys sink;
+    ASSERT_TRUE(services.keyEvents().start(sink));
+    ASSERT_TRUE(waitUntil(
+        [&] { return portal.sessionsBinding(PortalKeyEventSource::dictateId).value_or(0) == 1; }, 30s))
+        << portal.log().toStdString();
+    ASSERT_TRUE(services.remoteDesktop());
+    ASSERT_TRUE(waitUntil(
+        [&] { return services.remoteDesktop()->state() == RemoteDesktopPasteKeys::State::ready; }, 30s))
+        << services.remoteDesktop()->problem().toStdString();
+    EXPECT_EQ(registration.outcome(), HostPortalRegistration::Outcome::absent);
+    EXPECT_TRUE(services.waylandKeyboardWorks());
+}
+
+// A frontend with the registry (1.19.4 and later) takes the application id only before anything
+// else is asked of it: the program registers as its desktop file is named, first and once.
+TEST(SessionServices, TheProgramRegistersWithThePortalAsItsDesktopFileBeforeAnyOtherCall) {
+    PrivateSessionBus bus;
+    ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
+    RegistryPortal portal(bus.address());
+    ASSERT_TRUE(portal.isRunning());
+    HostPortalRegistration registration(QDBusConnection::sessionBus(), CommandLine::applicationId);
+    const DesktopSession session = DesktopSession::detect(waylandDesktopOn(bus), &registration);
+    EXPECT_EQ(registration.outcome(), HostPortalRegistration::Outcome::registered);
+    EXPECT_TRUE(session.offersShortcutsPortal);
+    EXPECT_TRUE(session.offersRemoteDesktop);
+
+    // The sessions are asked for too; this portal refuses them, which is not what is checked here.
+    MemoryDefaults defaults;
+    SessionServices services(session, defaults, {}, &registration);
+    NoKeys sink;
+    services.keyEvents().start(sink);
+    const QString shortcutsSession = QStringLiteral("org.freedesktop.portal.GlobalShortcuts.CreateSession ");
+    const QString remoteDesktopSession =
+        QStringLiteral("org.freedesktop.portal.RemoteDesktop.CreateSession ");
+    QStringList calls;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            calls = portal.calls();
+            return !calls.filter(shortcutsSession).isEmpty() && !calls.filter(remoteDesktopSession).isEmpty();
+        },
+        30s))
+        << calls.join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(calls.value(0),
+              QStringLiteral("org.freedesktop.host.portal.Registry.Register com.qv.Murmurly 0 options"))
+        << calls.join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(calls.filter(QStringLiteral(".Register ")).size(), 1);
+    EXPECT_TRUE(calls.contains(QStringLiteral(
+        "org.freedesktop.DBus.Properties.Get org.freedesktop.portal.GlobalShortcuts version")));
+    EXPECT_EQ(registration.outcome(), HostPortalRegistration::Outcome::registered);
 }
