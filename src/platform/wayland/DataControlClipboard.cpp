@@ -136,6 +136,8 @@ struct DataControlClipboard::Link {
     Offer* selection = nullptr;
     std::vector<std::unique_ptr<Source>> sources;
     std::vector<Sending> sendings;
+    // Syncs sent and not answered yet, destroyed with the connection if they never are.
+    std::vector<wl_callback*> syncs;
 
     bool connect(const QByteArray& socket);
     void run();
@@ -343,6 +345,9 @@ void DataControlClipboard::Link::tearDown() {
     if (manager) usable ? destroyRequest(manager, managerDestroy) : wl_proxy_destroy(manager);
     if (seat) wl_proxy_destroy(seat);
     device = manager = seat = nullptr;
+    for (wl_callback* callback : syncs)
+        wl_callback_destroy(callback);
+    syncs.clear();
     if (usable) wl_display_flush(connection->display());
     connection.reset();
 }
@@ -397,6 +402,7 @@ std::optional<Result> DataControlClipboard::Link::call(std::function<Result()> w
 bool DataControlClipboard::Link::waitForCompositor() {
     static const wl_callback_listener syncListener{[](void* data, wl_callback* callback, std::uint32_t) {
         auto* link = static_cast<Link*>(data);
+        std::erase(link->syncs, callback);
         wl_callback_destroy(callback);
         {
             const std::lock_guard lock(link->mutex);
@@ -408,6 +414,7 @@ bool DataControlClipboard::Link::waitForCompositor() {
     const auto target = call<std::uint64_t>([this] {
         wl_callback* callback = wl_display_sync(connection->display());
         wl_callback_add_listener(callback, &syncListener, this);
+        syncs.push_back(callback);
         return ++syncsSent;
     });
     if (!target) return false;
