@@ -1,6 +1,7 @@
 #include "app/CommandLine.h"
 
 #include "app/ControlClient.h"
+#include "app/ControlOptions.h"
 #include "app/DBusControl.h"
 #include "app/MurmurlyApp.h"
 #include "app/MurmurlyShell.h"
@@ -23,25 +24,6 @@
 namespace murmurly {
 
 namespace {
-
-struct ControlOption {
-    const char* name;
-    const char* method;
-    const char* description;
-};
-
-// The remote-control options, each one method of the running program's D-Bus interface.
-const ControlOption controlOptions[] = {
-    {"press", "Press", "Start dictating in the running Murmurly, as pressing the trigger key does."},
-    {"release", "Release",
-     "Stop dictating and insert the text, as letting go of the trigger key does (hold mode; in toggle "
-     "mode the next --press stops)."},
-    {"toggle", "Toggle",
-     "Start dictating, or stop the dictation being recorded and insert its text, whatever the capture "
-     "mode."},
-    {"cancel", "Cancel", "Throw the dictation being recorded away; nothing is inserted."},
-    {"settings", "OpenSettings", "Open the settings window of the running Murmurly."},
-};
 
 const QString transcribeCommand = QStringLiteral("transcribe");
 
@@ -88,22 +70,6 @@ struct Parser {
         parser.addOption(autostart);
     }
 };
-
-int runControl(const QString& method) {
-    const ControlClient::Result result = ControlClient::call(method);
-    switch (result.outcome) {
-    case ControlClient::Outcome::delivered:
-        return CommandLine::exitSuccess;
-    case ControlClient::Outcome::notRunning:
-        std::fputs("Murmurly is not running.\n", stderr);
-        return CommandLine::exitNotRunning;
-    case ControlClient::Outcome::failed:
-        break;
-    }
-    std::fprintf(stderr, "murmurly: the running Murmurly did not take the call: %s\n",
-                 result.error.toUtf8().constData());
-    return CommandLine::exitNotRunning;
-}
 
 int runGui(int argc, char** argv, bool autostarted) {
     // Without a display Qt would abort with a message about platform plugins instead.
@@ -313,7 +279,7 @@ int CommandLine::run(int argc, char** argv) {
         return exitSuccess;
     case Invocation::Kind::control: {
         QCoreApplication application(argc, argv);
-        return runControl(invocation.controlMethod);
+        return ControlClient::runOption(invocation.controlMethod);
     }
     case Invocation::Kind::transcribe: {
         // Warnings and failures on standard error, nothing chattier: standard output is the text.

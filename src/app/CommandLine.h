@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ControlClient.h"
 #include "app/TranscribeCommand.h"
 
 #include <QString>
@@ -25,8 +26,8 @@ public:
     static inline const QString applicationId = QStringLiteral("com.qv.Murmurly");
 
     // Exit statuses besides those of the transcribe command.
-    static constexpr int exitSuccess = 0;
-    static constexpr int exitNotRunning = 1;
+    static constexpr int exitSuccess = ControlClient::exitDelivered;
+    static constexpr int exitNotRunning = ControlClient::exitNotRunning;
     static constexpr int exitNoDisplay = 1;
     static constexpr int exitUsage = 2;
 

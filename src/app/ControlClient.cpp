@@ -8,6 +8,8 @@
 #include <QDeadlineTimer>
 #include <QThread>
 
+#include <cstdio>
+
 namespace murmurly {
 
 ControlClient::Result ControlClient::call(const QString& method, QDBusConnection bus) {
@@ -33,6 +35,22 @@ ControlClient::Result ControlClient::call(const QString& method, QDBusConnection
                     reply.errorMessage().isEmpty() ? reply.errorName() : reply.errorMessage()};
         QThread::msleep(50);
     }
+}
+
+int ControlClient::runOption(const QString& method) {
+    const Result result = call(method);
+    switch (result.outcome) {
+    case Outcome::delivered:
+        return exitDelivered;
+    case Outcome::notRunning:
+        std::fputs("Murmurly is not running.\n", stderr);
+        return exitNotRunning;
+    case Outcome::failed:
+        break;
+    }
+    std::fprintf(stderr, "murmurly: the running Murmurly did not take the call: %s\n",
+                 result.error.toUtf8().constData());
+    return exitNotRunning;
 }
 
 } // namespace murmurly

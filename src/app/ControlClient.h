@@ -27,7 +27,14 @@ public:
     // the bus; calls that find no object yet are repeated for this long.
     static constexpr std::chrono::milliseconds startUpGrace{3000};
 
+    // Exit statuses of a control option run from the command line.
+    static constexpr int exitDelivered = 0;
+    static constexpr int exitNotRunning = 1;
+
     static Result call(const QString& method, QDBusConnection bus = QDBusConnection::sessionBus());
+    // Calls `method` for a control option of the command line: says on standard error what went
+    // wrong, if anything, and returns the exit status.
+    static int runOption(const QString& method);
 };
 
 } // namespace murmurly

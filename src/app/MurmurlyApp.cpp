@@ -1,6 +1,7 @@
 #include "app/MurmurlyApp.h"
 
 #include "app/CommandLine.h"
+#include "app/Launcher.h"
 #include "app/PortalKeyEventSource.h"
 #include "app/RemoteDesktopPasteKeys.h"
 #include "core/AppController.h"
@@ -24,7 +25,7 @@ MurmurlyApp::MurmurlyApp(QObject* parent)
     , m_speech(PocketsphinxBackend::defaultModelRoots(), {},
                CepstralMeanStore(CepstralMeanStore::defaultFolder()))
     , m_microphone(std::make_unique<PulseCaptureDevice>())
-    , m_loginItem(QCoreApplication::applicationFilePath()) {
+    , m_loginItem(Launcher::command(QCoreApplication::applicationFilePath())) {
     if (m_loginItem.renewOutdatedEntry())
         qCInfo(lcApp, "Renewed the autostart entry: a start at login now opens no window");
     if (m_session.session().kind == DesktopSession::Kind::wayland)

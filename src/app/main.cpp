@@ -1,6 +1,6 @@
-// The murmurly program: everything lives in murmurly_app; see CommandLine.
-#include "app/CommandLine.h"
+// The murmurly command: remote control at once, everything else by the program itself; see Launcher.
+#include "app/Launcher.h"
 
 int main(int argc, char** argv) {
-    return murmurly::CommandLine::run(argc, argv);
+    return murmurly::Launcher::run(argc, argv);
 }

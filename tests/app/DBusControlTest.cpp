@@ -344,6 +344,24 @@ TEST_F(DBusControlTest, ASecondLaunchOpensTheSettingsOfTheFirstAndLeaves) {
     EXPECT_EQ(property(QStringLiteral("State")), QStringLiteral("idle"));
 }
 
+TEST_F(DBusControlTest, TheCommandRunsTheTrayProgramInItsOwnProcessAndTellsItHowItWasStarted) {
+    startProgram();
+    const QString processFolder = QStringLiteral("/proc/%1").arg(program->processId());
+    // The process the command started became the program itself.
+    const QString running = QFileInfo(processFolder + QStringLiteral("/exe")).symLinkTarget();
+    EXPECT_EQ(QFileInfo(running).fileName(), QStringLiteral("murmurly-program"));
+
+    // It knows the command it was started with, for its autostart entry.
+    QFile environment(processFolder + QStringLiteral("/environ"));
+    ASSERT_TRUE(environment.open(QIODevice::ReadOnly));
+    QString launcher;
+    for (const QByteArray& entry : environment.readAll().split('\0'))
+        if (entry.startsWith("MURMURLY_LAUNCHER=")) launcher = QString::fromLocal8Bit(entry.mid(18));
+    ASSERT_FALSE(launcher.isEmpty());
+    EXPECT_EQ(QFileInfo(launcher).fileName(), QStringLiteral("murmurly"));
+    EXPECT_EQ(QFileInfo(launcher).absolutePath(), QFileInfo(running).absolutePath());
+}
+
 TEST_F(DBusControlTest, ControlOptionsWithoutARunningProgramSayItIsNotRunning) {
     for (const QString& option :
          {QStringLiteral("--press"), QStringLiteral("--release"), QStringLiteral("--toggle"),
