@@ -12,10 +12,13 @@
 #include "ProgramCopy.h"
 #include "RunningMurmurly.h"
 #include "SpeechCorpus.h"
+#include "StandInPortalRegistryProcess.h"
 #include "TemporaryHome.h"
 #include "TextFieldWindowProcess.h"
 #include "WaitUntil.h"
 #include "WaylandTestKeyboard.h"
+
+#include <QDBusConnectionInterface>
 
 #include <gtest/gtest.h>
 
@@ -267,4 +270,31 @@ TEST_F(WaylandDictationTest, ThePortalsShortcutHeldTypesTheSpeechIntoAWaylandWin
                   .rate(),
               50.0)
         << text.toStdString();
+}
+
+// A portal frontend with the application registry takes the id only before anything else is asked
+// of it from the same connection, Qt's own calls included: the running program registers first.
+TEST_F(WaylandDictationTest, TheRunningProgramRegistersWithThePortalBeforeAskingItAnythingElse) {
+    StandInPortalRegistryProcess portal(bus.address());
+    ASSERT_TRUE(portal.isRunning());
+    // This portal offers the shortcuts (and refuses their sessions), so the program asks it.
+    startProgram(QStringLiteral("keys through the shortcuts portal"));
+    const QDBusReply<QString> program =
+        control->connection().interface()->serviceOwner(QStringLiteral("com.qv.Murmurly"));
+    ASSERT_TRUE(program.isValid());
+
+    QStringList calls;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            calls = portal.callsFrom(program.value());
+            return !calls.filter(QStringLiteral("GlobalShortcuts.CreateSession")).isEmpty();
+        },
+        30s))
+        << calls.join(QLatin1Char('\n')).toStdString() << murmurly->log().toStdString();
+    EXPECT_EQ(calls.value(0),
+              QStringLiteral("org.freedesktop.host.portal.Registry.Register com.qv.Murmurly 0 options"))
+        << calls.join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(calls.filter(QStringLiteral(".Register ")).size(), 1);
+    EXPECT_TRUE(murmurly->log().contains(QStringLiteral("Known to the desktop portal as com.qv.Murmurly")))
+        << murmurly->log().toStdString();
 }

@@ -10,7 +10,8 @@
 //                                          desktop's AvailableDeviceTypes (a keyboard)
 // Every other call is refused as unknown. Each call is recorded, in order of arrival, and the
 // record is read at /control, com.qv.murmurly.test.PortalRegistry, Calls() -> as, one line per
-// call: "INTERFACE.MEMBER ARGUMENTS". Every call is logged on stderr. SIGTERM ends it.
+// call: "INTERFACE.MEMBER ARGUMENTS", or CallsFrom(s sender) -> as, those of one connection. Every
+// call is logged on stderr. SIGTERM ends it.
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
@@ -53,6 +54,7 @@ public:
         if (path == controlPath)
             return QStringLiteral(R"xml(<interface name="com.qv.murmurly.test.PortalRegistry">
   <method name="Calls"><arg type="as" direction="out"/></method>
+  <method name="CallsFrom"><arg type="s" direction="in"/><arg type="as" direction="out"/></method>
 </interface>
 )xml");
         if (path == portalPath)
@@ -73,9 +75,15 @@ public:
             return true;
         }
         if (message.path() == controlPath) {
-            if (member == QLatin1String("Calls"))
+            if (member == QLatin1String("Calls")) {
                 m_bus.send(message.createReply(m_calls));
-            else
+            } else if (member == QLatin1String("CallsFrom") && message.signature() == QLatin1String("s")) {
+                const QString sender = message.arguments().constFirst().toString();
+                QStringList calls;
+                for (qsizetype i = 0; i < m_calls.size(); ++i)
+                    if (m_senders.at(i) == sender) calls << m_calls.at(i);
+                m_bus.send(message.createReply(calls));
+            } else
                 m_bus.send(message.createErrorReply(QDBusError::UnknownMethod, member));
             return true;
         }
@@ -124,10 +132,12 @@ private:
         const QString line = QStringLiteral("%1.%2 %3").arg(message.interface(), message.member(), arguments);
         logLine(line);
         m_calls << line;
+        m_senders << message.service();
     }
 
     QDBusConnection m_bus;
     QStringList m_calls;
+    QStringList m_senders;   // who made each call, by unique bus name
     QSet<QString> m_callers; // who registered or called already
 };
 

@@ -4,10 +4,10 @@
 #include "SettingsFixture.h"
 #include "UiTestSupport.h"
 
-#include "ChildProcess.h"
 #include "MemoryDefaults.h"
 #include "PrivateDesktopPortal.h"
 #include "PrivateSessionBus.h"
+#include "StandInPortalRegistryProcess.h"
 #include "WaitUntil.h"
 #include "app/CommandLine.h"
 #include "app/DesktopSession.h"
@@ -38,55 +38,6 @@ public:
 PermissionsTab::ServiceRow row(const SessionServices::Description& description) {
     return {description.title, description.detail, description.working};
 }
-
-// A portal frontend with the application registry, on the test's bus, which records each call it
-// receives; stopped when the object goes.
-class RegistryPortal {
-public:
-    explicit RegistryPortal(const QString& busAddress)
-        : m_bus(QDBusConnection::connectToBus(busAddress, connectionName)) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), busAddress);
-        m_process.setProcessEnvironment(environment);
-        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        endWithThisProcess(m_process);
-        m_process.start(QStringLiteral(MURMURLY_STAND_IN_PORTAL_REGISTRY), {});
-        m_running = m_process.waitForStarted(30000) &&
-                    waitUntil(
-                        [this] {
-                            return m_process.state() != QProcess::Running ||
-                                   m_bus.interface()
-                                       ->isServiceRegistered(QStringLiteral("org.freedesktop.portal.Desktop"))
-                                       .value();
-                        },
-                        30s) &&
-                    m_process.state() == QProcess::Running;
-    }
-    ~RegistryPortal() {
-        stopChild(m_process);
-        QDBusConnection::disconnectFromBus(connectionName);
-    }
-    RegistryPortal(const RegistryPortal&) = delete;
-    RegistryPortal& operator=(const RegistryPortal&) = delete;
-
-    bool isRunning() const { return m_running; }
-    // Every call received, oldest first: "INTERFACE.MEMBER ARGUMENTS".
-    QStringList calls() {
-        const QDBusMessage reply =
-            m_bus.call(QDBusMessage::createMethodCall(
-                           QStringLiteral("org.freedesktop.portal.Desktop"), QStringLiteral("/control"),
-                           QStringLiteral("com.qv.murmurly.test.PortalRegistry"), QStringLiteral("Calls")),
-                       QDBus::Block, 10000);
-        return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments().value(0).toStringList()
-                                                          : QStringList();
-    }
-
-private:
-    static inline const QString connectionName = QStringLiteral("registry-portal-test");
-    QDBusConnection m_bus;
-    QProcess m_process;
-    bool m_running = false;
-};
 
 QProcessEnvironment waylandDesktopOn(const PrivateSessionBus& bus) {
     QProcessEnvironment environment;
@@ -248,7 +199,7 @@ TEST(SessionServices, APortalWithoutTheApplicationRegistryStillBindsTheTriggerAn
 TEST(SessionServices, TheProgramRegistersWithThePortalAsItsDesktopFileBeforeAnyOtherCall) {
     PrivateSessionBus bus;
     ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-    RegistryPortal portal(bus.address());
+    StandInPortalRegistryProcess portal(bus.address());
     ASSERT_TRUE(portal.isRunning());
     HostPortalRegistration registration(QDBusConnection::sessionBus(), CommandLine::applicationId);
     const DesktopSession session = DesktopSession::detect(waylandDesktopOn(bus), &registration);
