@@ -110,7 +110,7 @@ bool PrivateDesktopPortal::startStandIn() {
     m_standIn.setStandardOutputFile(QProcess::nullDevice());
     m_standIn.setStandardErrorFile(m_dir.filePath(QStringLiteral("stand-in.log")));
     endWithThisProcess(m_standIn);
-    m_standIn.start(QStringLiteral(MURMURLY_STAND_IN_SHORTCUTS_PORTAL), {});
+    m_standIn.start(QStringLiteral(MURMURLY_STAND_IN_DESKTOP_PORTAL), {});
     if (!m_standIn.waitForStarted(30000))
         return fail(QStringLiteral("the stand-in did not start: ") + m_standIn.errorString());
     const bool owned = waitUntil(

@@ -12,6 +12,8 @@
 // record is read at /control, com.qv.murmurly.test.PortalRegistry, Calls() -> as, one line per
 // call: "INTERFACE.MEMBER ARGUMENTS", or CallsFrom(s sender) -> as, those of one connection. Every
 // call is logged on stderr. SIGTERM ends it.
+#include "StandInBusService.h"
+
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
@@ -20,14 +22,10 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QSet>
-#include <QSocketNotifier>
 #include <QStringList>
 #include <QVariantMap>
 
-#include <csignal>
 #include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -141,42 +139,14 @@ private:
     QSet<QString> m_callers; // who registered or called already
 };
 
-// SIGTERM reaches the event loop through a socket pair: the handler only writes a byte.
-int terminationPipe[2] = {-1, -1};
-
-void onTerminate(int) {
-    const char byte = 1;
-    [[maybe_unused]] const auto written = ::write(terminationPipe[1], &byte, 1);
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, terminationPipe) != 0) return 1;
-    QSocketNotifier termination(terminationPipe[0], QSocketNotifier::Read);
-    QObject::connect(&termination, &QSocketNotifier::activated, &app, [] { QCoreApplication::quit(); });
-    struct sigaction action = {};
-    action.sa_handler = onTerminate;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGTERM, &action, nullptr);
-
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        logLine(QStringLiteral("no session bus: ") + bus.lastError().message());
-        return 1;
-    }
-    StandInRegistry registry(bus);
-    // Objects first: once the name is owned, everything answers.
-    if (!bus.registerVirtualObject(portalPath, &registry, QDBusConnection::SingleNode) ||
-        !bus.registerVirtualObject(controlPath, &registry, QDBusConnection::SingleNode)) {
-        logLine(QStringLiteral("cannot register the objects"));
-        return 1;
-    }
-    if (!bus.registerService(serviceName)) {
-        logLine(QStringLiteral("cannot own %1: %2").arg(serviceName, bus.lastError().message()));
-        return 1;
-    }
-    logLine(QStringLiteral("serving %1 as %2").arg(serviceName, bus.baseService()));
-    return app.exec();
+    murmurly::testing::StandInBusService service(logLine);
+    if (!service.isConnected()) return 1;
+    StandInRegistry registry(service.bus());
+    return service.serve(
+        registry, {{portalPath, QDBusConnection::SingleNode}, {controlPath, QDBusConnection::SingleNode}},
+        serviceName);
 }

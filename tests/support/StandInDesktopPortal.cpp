@@ -38,6 +38,7 @@
 //
 // A session lives from its creation until the frontend closes it, CloseSessions ends it, or the
 // frontend that created it leaves the bus. Every call is logged on stderr. SIGTERM ends it.
+#include "StandInBusService.h"
 #include "app/PortalShortcutEntry.h"
 
 #include <QCoreApplication>
@@ -55,14 +56,10 @@
 #include <QJsonObject>
 #include <QList>
 #include <QMap>
-#include <QSocketNotifier>
 #include <QVariantMap>
 
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using murmurly::PortalShortcutEntry;
 
@@ -681,14 +678,6 @@ void StandInPortal::fail(const QDBusMessage& message, const QString& error, cons
     m_bus.send(message.createErrorReply(error, text));
 }
 
-// SIGTERM reaches the event loop through a socket pair: the handler only writes a byte.
-int terminationPipe[2] = {-1, -1};
-
-void onTerminate(int) {
-    const char byte = 1;
-    [[maybe_unused]] const auto written = ::write(terminationPipe[1], &byte, 1);
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -697,33 +686,10 @@ int main(int argc, char** argv) {
     qDBusRegisterMetaType<QList<PortalShortcutEntry>>();
     qDBusRegisterMetaType<RestoreData>();
 
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, terminationPipe) != 0) return 1;
-    QSocketNotifier termination(terminationPipe[0], QSocketNotifier::Read);
-    QObject::connect(&termination, &QSocketNotifier::activated, &app, [] {
-        logLine(QStringLiteral("terminated"));
-        QCoreApplication::quit();
-    });
-    struct sigaction action = {};
-    action.sa_handler = onTerminate;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGTERM, &action, nullptr);
-
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        logLine(QStringLiteral("no session bus: ") + bus.lastError().message());
-        return 1;
-    }
-    StandInPortal portal(bus);
-    // Objects first: once the name is owned, everything answers.
-    if (!bus.registerVirtualObject(portalPath, &portal, QDBusConnection::SubPath) ||
-        !bus.registerVirtualObject(controlPath, &portal, QDBusConnection::SingleNode)) {
-        logLine(QStringLiteral("cannot register the objects"));
-        return 1;
-    }
-    if (!bus.registerService(serviceName)) {
-        logLine(QStringLiteral("cannot own %1: %2").arg(serviceName, bus.lastError().message()));
-        return 1;
-    }
-    logLine(QStringLiteral("serving %1 as %2").arg(serviceName, bus.baseService()));
-    return app.exec();
+    murmurly::testing::StandInBusService service(logLine);
+    if (!service.isConnected()) return 1;
+    StandInPortal portal(service.bus());
+    return service.serve(portal,
+                         {{portalPath, QDBusConnection::SubPath}, {controlPath, QDBusConnection::SingleNode}},
+                         serviceName);
 }
