@@ -4,8 +4,7 @@
 // controller runs on fakes and virtual time for everything else, so each rule of the trigger
 // (hold, tap, watchdog, toggle, Esc) is checked against the portal's real signals.
 #include "ControllerHarness.h"
-#include "PrivateDesktopPortal.h"
-#include "PrivateSessionBus.h"
+#include "PortalOnPrivateBus.h"
 #include "WaitUntil.h"
 
 #include "app/PortalKeyEventSource.h"
@@ -26,12 +25,8 @@ const QString spoken = QStringLiteral("and mister john dashwood had then leisure
 class PortalTriggerTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-        portal.emplace(bus.address());
-        ASSERT_TRUE(portal->isRunning()) << portal->error().toStdString();
-        connection.emplace(QDBusConnection::connectToBus(bus.address(), connectionName));
-        ASSERT_TRUE(connection->isConnected());
-        source = std::make_unique<PortalKeyEventSource>(*connection);
+        ASSERT_TRUE(desktop.error().isEmpty()) << desktop.error().toStdString();
+        source = std::make_unique<PortalKeyEventSource>(desktop.connection());
         h.pasteKeys.onPaste = [this] { pasted << h.clipboard.text(); };
         h.speech.script.finalResults = {{spoken, true}};
         h.keySource = source.get();
@@ -40,8 +35,6 @@ protected:
     void TearDown() override {
         h.destroyController();
         source.reset();
-        connection.reset();
-        QDBusConnection::disconnectFromBus(connectionName);
     }
 
     // Builds the controller, whose start-up opens the portal session, and waits for the bind.
@@ -51,8 +44,10 @@ protected:
     }
 
     // Signals through the stand-in and waits until the controller has seen the edge.
-    bool activate() { return portal->activate(PortalKeyEventSource::dictateId).value_or(0) == 1; }
-    bool deactivate() { return portal->deactivate(PortalKeyEventSource::dictateId).value_or(0) == 1; }
+    bool activate() { return desktop.portal().activate(PortalKeyEventSource::dictateId).value_or(0) == 1; }
+    bool deactivate() {
+        return desktop.portal().deactivate(PortalKeyEventSource::dictateId).value_or(0) == 1;
+    }
     bool waitForState(DictationState state) {
         return waitUntil([&] { return h.controller().state() == state; }, 30s);
     }
@@ -64,14 +59,11 @@ protected:
     // Every request the portal received so far has been answered and its signals delivered.
     void settleSignals() {
         // A round trip to the stand-in: its answer comes after every signal it sent before.
-        ASSERT_TRUE(portal->bindRequests().has_value());
+        ASSERT_TRUE(desktop.portal().bindRequests().has_value());
         h.settle();
     }
 
-    const QString connectionName = QStringLiteral("murmurly-portal-trigger-test");
-    PrivateSessionBus bus;
-    std::optional<PrivateDesktopPortal> portal;
-    std::optional<QDBusConnection> connection;
+    PortalOnPrivateBus desktop{QStringLiteral("murmurly-portal-trigger-test")};
     std::unique_ptr<PortalKeyEventSource> source;
     ControllerHarness h;
     QStringList pasted;
@@ -82,9 +74,10 @@ protected:
 TEST_F(PortalTriggerTest, TheBindAsksForTheChosenKeyAndTheTriggerShownIsTheOneTheDesktopAssigned) {
     HotkeyBinding f5{HotkeyBinding::Kind::key, 96, 0, QStringLiteral("F5")};
     f5.save(h.defaults);
-    ASSERT_TRUE(portal->setAssignedTrigger(PortalKeyEventSource::dictateId, QStringLiteral("Ctrl+Alt+D")));
+    ASSERT_TRUE(
+        desktop.portal().setAssignedTrigger(PortalKeyEventSource::dictateId, QStringLiteral("Ctrl+Alt+D")));
     ASSERT_TRUE(startBound());
-    const auto requests = portal->bindRequests();
+    const auto requests = desktop.portal().bindRequests();
     ASSERT_TRUE(requests);
     ASSERT_EQ(requests->size(), 1);
     ASSERT_EQ(requests->at(0).shortcuts.size(), 1);
@@ -97,7 +90,7 @@ TEST_F(PortalTriggerTest, TheBindAsksForTheChosenKeyAndTheTriggerShownIsTheOneTh
 
 TEST_F(PortalTriggerTest, AModifierAloneIsNotAskedForButAProposedKeyWithOneLineWhy) {
     ASSERT_TRUE(startBound()); // the default binding, Right Alt
-    const auto requests = portal->bindRequests();
+    const auto requests = desktop.portal().bindRequests();
     ASSERT_TRUE(requests);
     ASSERT_EQ(requests->size(), 1);
     EXPECT_EQ(requests->at(0).shortcuts.at(0).preferredTrigger, PortalKeyEventSource::proposedTrigger);
@@ -110,7 +103,8 @@ TEST_F(PortalTriggerTest, AKeyTheDesktopReassignsLaterIsShownAsReassigned) {
     ASSERT_TRUE(startBound());
     int changes = 0;
     QObject::connect(&h.controller(), &AppController::hotkeyBindingChanged, [&] { ++changes; });
-    ASSERT_EQ(portal->changeTrigger(PortalKeyEventSource::dictateId, QStringLiteral("Shift+F12")), 1u);
+    ASSERT_EQ(desktop.portal().changeTrigger(PortalKeyEventSource::dictateId, QStringLiteral("Shift+F12")),
+              1u);
     ASSERT_TRUE(waitUntil([&] { return h.controller().triggerName() == QStringLiteral("Shift+F12"); }, 30s));
     EXPECT_EQ(changes, 1);
 }
@@ -167,28 +161,30 @@ TEST_F(PortalTriggerTest, InToggleModeOneActivationStartsAndTheNextInserts) {
 
 TEST_F(PortalTriggerTest, EscIsBoundOnlyWhileRecordingAndCancelsThen) {
     ASSERT_TRUE(startBound());
-    EXPECT_EQ(portal->sessionsBinding(PortalKeyEventSource::cancelId), 0u) << "Esc is not taken while idle";
-    EXPECT_EQ(portal->activate(PortalKeyEventSource::cancelId), 0u);
+    EXPECT_EQ(desktop.portal().sessionsBinding(PortalKeyEventSource::cancelId), 0u)
+        << "Esc is not taken while idle";
+    EXPECT_EQ(desktop.portal().activate(PortalKeyEventSource::cancelId), 0u);
 
     ASSERT_TRUE(activate());
     ASSERT_TRUE(waitForState(DictationState::recording));
-    ASSERT_TRUE(
-        waitUntil([&] { return portal->sessionsBinding(PortalKeyEventSource::cancelId) == 1u; }, 30s));
-    const auto requests = portal->bindRequests();
+    ASSERT_TRUE(waitUntil(
+        [&] { return desktop.portal().sessionsBinding(PortalKeyEventSource::cancelId) == 1u; }, 30s));
+    const auto requests = desktop.portal().bindRequests();
     ASSERT_TRUE(requests);
     ASSERT_EQ(requests->size(), 2);
     EXPECT_EQ(requests->at(1).shortcuts.at(0).preferredTrigger, QStringLiteral("Escape"));
-    ASSERT_EQ(portal->activate(PortalKeyEventSource::cancelId), 1u);
+    ASSERT_EQ(desktop.portal().activate(PortalKeyEventSource::cancelId), 1u);
     ASSERT_TRUE(waitForState(DictationState::idle));
     ASSERT_TRUE(deactivate());
     h.advance(2s);
     EXPECT_TRUE(pasted.isEmpty());
-    EXPECT_TRUE(waitUntil([&] { return portal->sessionsBinding(PortalKeyEventSource::cancelId) == 0u; }, 30s))
+    EXPECT_TRUE(waitUntil(
+        [&] { return desktop.portal().sessionsBinding(PortalKeyEventSource::cancelId) == 0u; }, 30s))
         << "Esc is given back when the recording ends";
 }
 
 TEST_F(PortalTriggerTest, ADismissedBindLeavesTheProgramRunningWithTheFallbackExplained) {
-    ASSERT_TRUE(portal->setBindAnswer(1));
+    ASSERT_TRUE(desktop.portal().setBindAnswer(1));
     h.controller();
     ASSERT_TRUE(waitUntil([&] { return source->isRefused(); }, 30s));
     EXPECT_FALSE(source->isRunning());
@@ -199,10 +195,10 @@ TEST_F(PortalTriggerTest, ADismissedBindLeavesTheProgramRunningWithTheFallbackEx
     // Not asked again by itself.
     h.advance(3 * AppController::permissionPollInterval);
     settleSignals();
-    EXPECT_EQ(portal->bindRequests()->size(), 1);
+    EXPECT_EQ(desktop.portal().bindRequests()->size(), 1);
 
     // Choosing the trigger anew asks again.
-    ASSERT_TRUE(portal->setBindAnswer(0));
+    ASSERT_TRUE(desktop.portal().setBindAnswer(0));
     h.controller().endHotkeyRecording(HotkeyBinding{HotkeyBinding::Kind::key, 96, 0, QStringLiteral("F5")});
     ASSERT_TRUE(waitUntil([&] { return source->assignedTrigger() == QStringLiteral("F5"); }, 30s));
     EXPECT_FALSE(source->isRefused());
@@ -214,17 +210,17 @@ TEST_F(PortalTriggerTest, ASessionTheDesktopEndsIsOpenedAgainWithinOnePollAndAHe
     ASSERT_TRUE(activate());
     ASSERT_TRUE(waitForState(DictationState::recording));
     h.advance(1s);
-    ASSERT_TRUE(
-        waitUntil([&] { return portal->sessionsBinding(PortalKeyEventSource::cancelId) == 1u; }, 30s));
-    ASSERT_EQ(portal->closeSessions(), 2u); // the trigger's and Esc's
+    ASSERT_TRUE(waitUntil(
+        [&] { return desktop.portal().sessionsBinding(PortalKeyEventSource::cancelId) == 1u; }, 30s));
+    ASSERT_EQ(desktop.portal().closeSessions(), 2u); // the trigger's and Esc's
     // The key can no longer be released through the desktop: what was said is inserted.
     ASSERT_TRUE(waitForInsertion());
     EXPECT_EQ(pasted, QStringList{spoken + QLatin1Char(' ')});
     ASSERT_TRUE(waitUntil([&] { return !source->isRunning(); }, 30s));
 
     h.advance(AppController::permissionPollInterval);
-    ASSERT_TRUE(
-        waitUntil([&] { return portal->sessionsBinding(PortalKeyEventSource::dictateId) == 1u; }, 30s));
+    ASSERT_TRUE(waitUntil(
+        [&] { return desktop.portal().sessionsBinding(PortalKeyEventSource::dictateId) == 1u; }, 30s));
     ASSERT_TRUE(waitUntil([&] { return source->assignedTrigger().has_value(); }, 30s));
     pasted.clear();
     ASSERT_TRUE(activate());
@@ -236,7 +232,7 @@ TEST_F(PortalTriggerTest, ASessionTheDesktopEndsIsOpenedAgainWithinOnePollAndAHe
 
 TEST_F(PortalTriggerTest, APortalThatRestartsIsFoundAgainWithinOnePoll) {
     ASSERT_TRUE(startBound());
-    ASSERT_TRUE(portal->restartFrontend()) << portal->error().toStdString();
+    ASSERT_TRUE(desktop.portal().restartFrontend()) << desktop.portal().error().toStdString();
     ASSERT_TRUE(waitUntil([&] { return !source->isRunning(); }, 30s));
     h.advance(AppController::permissionPollInterval);
     ASSERT_TRUE(waitUntil([&] { return source->assignedTrigger().has_value(); }, 30s));

@@ -4,8 +4,7 @@
 #include "FakeClipboard.h"
 #include "ManualClock.h"
 #include "MemoryDefaults.h"
-#include "PrivateDesktopPortal.h"
-#include "PrivateSessionBus.h"
+#include "PortalOnPrivateBus.h"
 #include "WaitUntil.h"
 
 #include "app/CommandLine.h"
@@ -30,22 +29,12 @@ const Keys ctrlV{{0xffe3, 1}, {0x76, 1}, {0x76, 0}, {0xffe3, 0}};
 
 class RemoteDesktopPasteTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(bus.isRunning()) << bus.error().toStdString();
-        portal.emplace(bus.address());
-        ASSERT_TRUE(portal->isRunning()) << portal->error().toStdString();
-        connection.emplace(QDBusConnection::connectToBus(bus.address(), connectionName));
-        ASSERT_TRUE(connection->isConnected());
-    }
+    void SetUp() override { ASSERT_TRUE(desktop.error().isEmpty()) << desktop.error().toStdString(); }
 
-    void TearDown() override {
-        keys.reset();
-        connection.reset();
-        QDBusConnection::disconnectFromBus(connectionName);
-    }
+    void TearDown() override { keys.reset(); }
 
     RemoteDesktopPasteKeys& started(HostPortalRegistration* registration = nullptr) {
-        keys = std::make_unique<RemoteDesktopPasteKeys>(*connection, defaults, registration);
+        keys = std::make_unique<RemoteDesktopPasteKeys>(desktop.connection(), defaults, registration);
         QObject::connect(keys.get(), &RemoteDesktopPasteKeys::chordEnded,
                          [this](bool complete) { chordsEnded << complete; });
         keys->start();
@@ -67,17 +56,14 @@ protected:
         std::optional<Keys> seen;
         waitUntil(
             [&] {
-                seen = portal->keysyms();
+                seen = desktop.portal().keysyms();
                 return seen && seen->size() >= count;
             },
             30s);
         return seen.value_or(Keys());
     }
 
-    const QString connectionName = QStringLiteral("murmurly-remote-desktop-test");
-    PrivateSessionBus bus;
-    std::optional<PrivateDesktopPortal> portal;
-    std::optional<QDBusConnection> connection;
+    PortalOnPrivateBus desktop{QStringLiteral("murmurly-remote-desktop-test")};
     MemoryDefaults defaults;
     std::unique_ptr<RemoteDesktopPasteKeys> keys;
     QList<bool> chordsEnded;
@@ -86,16 +72,16 @@ protected:
 } // namespace
 
 TEST_F(RemoteDesktopPasteTest, TheDesktopIsOfferedAndAsksOnceThenTheChordIsPressedAsKeysymsInOrder) {
-    EXPECT_TRUE(RemoteDesktopPasteKeys::isOffered(*connection));
+    EXPECT_TRUE(RemoteDesktopPasteKeys::isOffered(desktop.connection()));
     RemoteDesktopPasteKeys& k = started();
     ASSERT_TRUE(settled());
     ASSERT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
-    EXPECT_EQ(portal->consentRequests(), 1u);
+    EXPECT_EQ(desktop.portal().consentRequests(), 1u);
     ASSERT_TRUE(k.paste());
     EXPECT_EQ(received(4), ctrlV);
     ASSERT_TRUE(k.paste());
     EXPECT_EQ(received(8), ctrlV + ctrlV);
-    EXPECT_EQ(portal->consentRequests(), 1u) << "one consent for every chord of the run";
+    EXPECT_EQ(desktop.portal().consentRequests(), 1u) << "one consent for every chord of the run";
 }
 
 TEST_F(RemoteDesktopPasteTest, ATerminalGetsCtrlShiftV) {
@@ -107,16 +93,16 @@ TEST_F(RemoteDesktopPasteTest, ATerminalGetsCtrlShiftV) {
 }
 
 TEST_F(RemoteDesktopPasteTest, ARefusedConsentPastesNothingAndSaysWhy) {
-    ASSERT_TRUE(portal->setConsentAnswer(1));
+    ASSERT_TRUE(desktop.portal().setConsentAnswer(1));
     RemoteDesktopPasteKeys& k = started();
     ASSERT_TRUE(settled());
     EXPECT_EQ(k.state(), RemoteDesktopPasteKeys::State::refused);
     EXPECT_EQ(k.problem(), QStringLiteral("The desktop's permission to press keys was not given."));
     EXPECT_FALSE(k.paste());
-    EXPECT_EQ(portal->keysyms(), Keys());
+    EXPECT_EQ(desktop.portal().keysyms(), Keys());
 
     // Asked again (the user's "Check…"), and given this time.
-    ASSERT_TRUE(portal->setConsentAnswer(0));
+    ASSERT_TRUE(desktop.portal().setConsentAnswer(0));
     k.start();
     ASSERT_TRUE(settled());
     EXPECT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready) << k.problem().toStdString();
@@ -127,7 +113,7 @@ TEST_F(RemoteDesktopPasteTest, ARefusedConsentPastesNothingAndSaysWhy) {
 // The chord cannot be made, so the inserter keeps its promise about the user's clipboard: what was
 // there before is put back after the delay, and the failure is logged.
 TEST_F(RemoteDesktopPasteTest, WithConsentRefusedAnInsertionPutsTheClipboardBack) {
-    ASSERT_TRUE(portal->setConsentAnswer(1));
+    ASSERT_TRUE(desktop.portal().setConsentAnswer(1));
     RemoteDesktopPasteKeys& k = started();
     ASSERT_TRUE(settled());
     FakeClipboard clipboard;
@@ -139,14 +125,14 @@ TEST_F(RemoteDesktopPasteTest, WithConsentRefusedAnInsertionPutsTheClipboardBack
     clock.advance(200ms);
     ASSERT_TRUE(waitUntil([&] { return task.isReady(); }, 30s));
     EXPECT_EQ(clipboard.text(), QStringLiteral("what the user copied"));
-    EXPECT_EQ(portal->keysyms(), Keys());
+    EXPECT_EQ(desktop.portal().keysyms(), Keys());
 }
 
 TEST_F(RemoteDesktopPasteTest, ASessionTheDesktopEndsPastesNothingMore) {
     RemoteDesktopPasteKeys& k = started();
     ASSERT_TRUE(settled());
     ASSERT_EQ(k.state(), RemoteDesktopPasteKeys::State::ready);
-    ASSERT_GE(portal->closeSessions().value_or(0), 1u);
+    ASSERT_GE(desktop.portal().closeSessions().value_or(0), 1u);
     ASSERT_TRUE(waitUntil([&] { return k.state() == RemoteDesktopPasteKeys::State::ended; }, 30s));
     EXPECT_FALSE(k.paste());
     EXPECT_FALSE(k.problem().isEmpty());
@@ -166,7 +152,7 @@ TEST_F(RemoteDesktopPasteTest, AStoredTokenIsKeptWhenTheDesktopHandsOutNone) {
 
 // Debian's frontend (1.16) has no application registry: the program is told so and carries on.
 TEST_F(RemoteDesktopPasteTest, APortalWithoutTheApplicationRegistryStillGivesTheKeyboard) {
-    HostPortalRegistration registration(*connection, CommandLine::applicationId);
+    HostPortalRegistration registration(desktop.connection(), CommandLine::applicationId);
     RemoteDesktopPasteKeys& k = started(&registration);
     EXPECT_EQ(registration.outcome(), HostPortalRegistration::Outcome::absent);
     ASSERT_TRUE(settled());
@@ -183,7 +169,7 @@ TEST_F(RemoteDesktopPasteTest, ADesktopThatGoesAwayMidChordEndsTheChordAndTheCli
     RemoteDesktopPasteKeys& k = started();
     ASSERT_TRUE(ready()) << k.problem().toStdString();
     // Held still, the frontend takes Ctrl from the bus but never answers it.
-    ASSERT_EQ(::kill(static_cast<pid_t>(portal->frontendProcessId()), SIGSTOP), 0);
+    ASSERT_EQ(::kill(static_cast<pid_t>(desktop.portal().frontendProcessId()), SIGSTOP), 0);
     FakeClipboard clipboard;
     clipboard.writeText(QStringLiteral("what the user copied"));
     ManualClock clock;
@@ -193,16 +179,16 @@ TEST_F(RemoteDesktopPasteTest, ADesktopThatGoesAwayMidChordEndsTheChordAndTheCli
     EXPECT_TRUE(chordsEnded.isEmpty());
 
     // Ended (SIGTERM, then SIGKILL, which also ends a stopped process) and started again.
-    ASSERT_TRUE(portal->restartFrontend()) << portal->error().toStdString();
+    ASSERT_TRUE(desktop.portal().restartFrontend()) << desktop.portal().error().toStdString();
     EXPECT_EQ(chordEnded(1), false);
-    EXPECT_EQ(portal->keysyms(), Keys()) << "the desktop was left with no key pressed";
+    EXPECT_EQ(desktop.portal().keysyms(), Keys()) << "the desktop was left with no key pressed";
     clock.advance(200ms);
     ASSERT_TRUE(waitUntil([&] { return task.isReady(); }, 30s));
     EXPECT_EQ(clipboard.text(), QStringLiteral("what the user copied"));
 
     ASSERT_TRUE(ready()) << k.problem().toStdString();
-    EXPECT_EQ(portal->consentRequests(), 2u);
-    EXPECT_EQ(portal->remoteDesktopSessions(), 1u) << "only the new session is left";
+    EXPECT_EQ(desktop.portal().consentRequests(), 2u);
+    EXPECT_EQ(desktop.portal().remoteDesktopSessions(), 1u) << "only the new session is left";
     ASSERT_TRUE(k.paste());
     EXPECT_EQ(received(4), ctrlV);
     EXPECT_EQ(chordEnded(2), true);
