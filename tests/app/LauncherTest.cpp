@@ -2,20 +2,26 @@
 // runs), where it finds the program it hands everything else to, and what the program's autostart
 // entry is told to start. The built command is run as a process too.
 #include "app/Launcher.h"
+
+#include "ProgramCopy.h"
+#include "RunningMurmurly.h"
 #include "app/CommandLine.h"
 #include "app/ControlOptions.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 using namespace murmurly;
+using namespace murmurly::testing;
+using namespace std::chrono_literals;
 
 namespace {
+
+constexpr auto limit = 30s;
 
 QStringList withName(QStringList arguments) {
     arguments.prepend(QStringLiteral("murmurly"));
@@ -27,30 +33,6 @@ bool makeExecutable(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write("#!/bin/sh\n") > 0 &&
            file.setPermissions(file.permissions() | QFile::ExeOwner);
-}
-
-struct CommandRun {
-    bool finished = false;
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-CommandRun runCommand(const QString& path, const QStringList& arguments,
-                      const QProcessEnvironment& environment) {
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.start(path, arguments);
-    CommandRun run;
-    run.finished = process.waitForFinished(30000);
-    if (!run.finished) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
 }
 
 // No session bus to find a running program on, and no display.
@@ -136,36 +118,34 @@ TEST(Launcher, TheAutostartEntryStartsTheCommandThatStartedTheProgram) {
 
 TEST(Launcher, TheBuiltCommandHandsEverythingButControlToTheProgram) {
     // The help text is the program's own: the command has none.
-    const CommandRun help = runCommand(QStringLiteral(MURMURLY_LAUNCHER_EXECUTABLE),
-                                       {QStringLiteral("--help")}, aloneEnvironment());
+    const ProgramRun help = runMurmurly({QStringLiteral("--help")}, aloneEnvironment(), limit);
     ASSERT_TRUE(help.finished);
     EXPECT_EQ(help.exitCode, 0) << help.err.toStdString();
     EXPECT_EQ(help.out, CommandLine::helpText());
 
-    const CommandRun press = runCommand(QStringLiteral(MURMURLY_LAUNCHER_EXECUTABLE),
-                                        {QStringLiteral("--press")}, aloneEnvironment());
+    const ProgramRun press = runMurmurly({QStringLiteral("--press")}, aloneEnvironment(), limit);
     ASSERT_TRUE(press.finished);
     EXPECT_EQ(press.exitCode, 1);
     EXPECT_EQ(press.err, QStringLiteral("Murmurly is not running.\n"));
 }
 
 TEST(Launcher, ACommandWithoutItsProgramStillControlsAndSaysWhatIsMissingForTheRest) {
-    QTemporaryDir folder;
-    ASSERT_TRUE(folder.isValid());
-    const QString command = folder.filePath(QStringLiteral("murmurly"));
-    ASSERT_TRUE(QFile::copy(QStringLiteral(MURMURLY_LAUNCHER_EXECUTABLE), command));
+    const ProgramCopy command;
+    ASSERT_TRUE(command.isReady());
 
     // Control options are the command's own: a key binding may run a copy of it anywhere.
-    const CommandRun press = runCommand(command, {QStringLiteral("--press")}, aloneEnvironment());
+    const ProgramRun press =
+        runMurmurlyAt(command.path(), {QStringLiteral("--press")}, aloneEnvironment(), limit);
     ASSERT_TRUE(press.finished);
     EXPECT_EQ(press.exitCode, 1);
     EXPECT_EQ(press.err, QStringLiteral("Murmurly is not running.\n"));
 
-    const CommandRun version = runCommand(command, {QStringLiteral("--version")}, aloneEnvironment());
+    const ProgramRun version =
+        runMurmurlyAt(command.path(), {QStringLiteral("--version")}, aloneEnvironment(), limit);
     ASSERT_TRUE(version.finished);
     EXPECT_EQ(version.exitCode, 127);
     EXPECT_EQ(version.out, QString());
-    const QString folderPath = QFileInfo(folder.path()).canonicalFilePath();
+    const QString folderPath = QFileInfo(command.path()).canonicalPath();
     EXPECT_EQ(
         version.err,
         QStringLiteral("murmurly: the program itself (murmurly-program) is missing: it is neither in %1 nor "

@@ -17,9 +17,14 @@ QProcessEnvironment murmurlyEnvironment() {
 
 ProgramRun runMurmurly(const QStringList& arguments, const QProcessEnvironment& environment,
                        std::chrono::milliseconds limit) {
+    return runMurmurlyAt(QStringLiteral(MURMURLY_EXECUTABLE), arguments, environment, limit);
+}
+
+ProgramRun runMurmurlyAt(const QString& path, const QStringList& arguments,
+                         const QProcessEnvironment& environment, std::chrono::milliseconds limit) {
     QProcess process;
     process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(MURMURLY_EXECUTABLE), arguments);
+    process.start(path, arguments);
     ProgramRun run;
     run.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, limit);
     if (!run.finished) {

@@ -25,6 +25,9 @@ struct ProgramRun {
 // serving this process's event loop meanwhile; killed after `limit`.
 ProgramRun runMurmurly(const QStringList& arguments, const QProcessEnvironment& environment,
                        std::chrono::milliseconds limit);
+// The same with a copy of the command elsewhere (see ProgramCopy).
+ProgramRun runMurmurlyAt(const QString& path, const QStringList& arguments,
+                         const QProcessEnvironment& environment, std::chrono::milliseconds limit);
 
 // The built tray program, started in the constructor and stopped (SIGTERM, then SIGKILL) in the
 // destructor. Its log (standard error) is collected as it comes, while the caller's event loop runs.
