@@ -27,6 +27,21 @@ namespace {
 using Keys = QList<QPair<int, uint>>;
 const Keys ctrlV{{0xffe3, 1}, {0x76, 1}, {0x76, 0}, {0xffe3, 0}};
 
+// Dictated words inserted through `keys` over what the user had copied, on a clipboard and clock of
+// the test's own: the clipboard holds the words until the clock passes the restore delay.
+struct Insertion {
+    explicit Insertion(PasteKeys& keys)
+        : inserter(clipboard, keys, clock) {
+        clipboard.writeText(QStringLiteral("what the user copied"));
+        task = inserter.insert(QStringLiteral("the dictated words"));
+    }
+
+    FakeClipboard clipboard;
+    ManualClock clock;
+    TextInserter inserter;
+    QCoro::Task<> task;
+};
+
 class RemoteDesktopPasteTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(desktop.error().isEmpty()) << desktop.error().toStdString(); }
@@ -116,14 +131,11 @@ TEST_F(RemoteDesktopPasteTest, WithConsentRefusedAnInsertionPutsTheClipboardBack
     ASSERT_TRUE(desktop.portal().setConsentAnswer(1));
     RemoteDesktopPasteKeys& k = started();
     ASSERT_TRUE(settled());
-    FakeClipboard clipboard;
-    clipboard.writeText(QStringLiteral("what the user copied"));
-    ManualClock clock;
-    TextInserter inserter(clipboard, k, clock);
-    auto task = inserter.insert(QStringLiteral("the dictated words"));
+    Insertion insertion(k);
+    FakeClipboard& clipboard = insertion.clipboard;
     EXPECT_EQ(clipboard.text(), QStringLiteral("the dictated words"));
-    clock.advance(200ms);
-    ASSERT_TRUE(waitUntil([&] { return task.isReady(); }, 30s));
+    insertion.clock.advance(200ms);
+    ASSERT_TRUE(waitUntil([&] { return insertion.task.isReady(); }, 30s));
     EXPECT_EQ(clipboard.text(), QStringLiteral("what the user copied"));
     EXPECT_EQ(desktop.portal().keysyms(), Keys());
 }
@@ -170,11 +182,8 @@ TEST_F(RemoteDesktopPasteTest, ADesktopThatGoesAwayMidChordEndsTheChordAndTheCli
     ASSERT_TRUE(ready()) << k.problem().toStdString();
     // Held still, the frontend takes Ctrl from the bus but never answers it.
     ASSERT_EQ(::kill(static_cast<pid_t>(desktop.portal().frontendProcessId()), SIGSTOP), 0);
-    FakeClipboard clipboard;
-    clipboard.writeText(QStringLiteral("what the user copied"));
-    ManualClock clock;
-    TextInserter inserter(clipboard, k, clock);
-    auto task = inserter.insert(QStringLiteral("the dictated words"));
+    Insertion insertion(k);
+    FakeClipboard& clipboard = insertion.clipboard;
     EXPECT_EQ(clipboard.text(), QStringLiteral("the dictated words"));
     EXPECT_TRUE(chordsEnded.isEmpty());
 
@@ -182,8 +191,8 @@ TEST_F(RemoteDesktopPasteTest, ADesktopThatGoesAwayMidChordEndsTheChordAndTheCli
     ASSERT_TRUE(desktop.portal().restartFrontend()) << desktop.portal().error().toStdString();
     EXPECT_EQ(chordEnded(1), false);
     EXPECT_EQ(desktop.portal().keysyms(), Keys()) << "the desktop was left with no key pressed";
-    clock.advance(200ms);
-    ASSERT_TRUE(waitUntil([&] { return task.isReady(); }, 30s));
+    insertion.clock.advance(200ms);
+    ASSERT_TRUE(waitUntil([&] { return insertion.task.isReady(); }, 30s));
     EXPECT_EQ(clipboard.text(), QStringLiteral("what the user copied"));
 
     ASSERT_TRUE(ready()) << k.problem().toStdString();
